@@ -1,0 +1,130 @@
+// The editor of one export: owns the open file being edited, the scratch
+// folder and the atom-debugging switch, and carries the atom engine (search,
+// in-place edits with size and chunk-offset fix-up, file helpers). Its other
+// member functions (track writers, metadata, toolbox path) are defined in the
+// subsystem folders; this header declares them all.
+//
+// The engine is deliberately 32-bit: 8-byte atom headers only, signed 32-bit
+// offsets and sizes, `stco` only, the first five tracks only.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "foundation/Bytes.h"
+#include "foundation/FileHandle.h"
+#include "foundation/Value.h"
+
+namespace quillora {
+
+namespace toolbox {
+class Movie;
+}
+
+// Where a search found an atom: its offset and the size its header declares.
+struct AtomLocation {
+    std::int32_t offset = 0;
+    std::int32_t size = 0;
+    friend bool operator==(const AtomLocation&, const AtomLocation&) = default;
+};
+
+class QTDataEditor {
+public:
+    QTDataEditor();
+
+    // --- fields and accessors -------------------------------------------
+    const std::shared_ptr<FileHandle>& sourceFileHandle() const { return sourceFileHandle_; }
+    void setSourceFileHandle(std::shared_ptr<FileHandle> handle) { sourceFileHandle_ = std::move(handle); }
+    toolbox::Movie* sourceMovie() const { return sourceMovie_; }
+    void setSourceMovie(toolbox::Movie* movie) { sourceMovie_ = movie; }
+    const Value& supportedAtomTypes() const { return supportedAtomTypes_; }
+    void setSupportedAtomTypes(Value types) { supportedAtomTypes_ = std::move(types); }
+    const Value& supportedM4aTags() const { return supportedM4aTags_; }
+    void setSupportedM4aTags(Value tags) { supportedM4aTags_ = std::move(tags); }
+    bool atomDebugging() const { return atomDebugging_; }
+    void setAtomDebugging(bool on) { atomDebugging_ = on; }
+    bool doneWritingFile() const { return doneWritingFile_; }
+    void setDoneWritingFile(bool done) { doneWritingFile_ = done; }
+    const std::string& tempProcessingFolderPath() const { return tempProcessingFolderPath_; }
+    // Creates the folder, with any missing intermediate folders.
+    void setTempProcessingFolderPath(const std::string& path);
+    const std::string& tempSourceFilePath() const { return tempSourceFilePath_; }
+    // Creates the folder that will contain the file.
+    void setTempSourceFilePath(const std::string& path);
+    std::int32_t kQTInfoAnyAtomType() const { return kQTInfoAnyAtomType_; }
+    void acceptDataAvailableNotification() { doneWritingFile_ = true; }
+
+    // --- search ------------------------------------------------------------
+    // Walks one chain of atoms from offset and returns the index-th atom of
+    // the type (counted from 1; type kQTInfoAnyAtomType matches any atom).
+    // The walk does not stop at the end of a parent: it runs on through later
+    // atoms to the end of the file.
+    std::optional<AtomLocation> findAtomOfType(std::uint32_t type, std::int32_t offset, int index, FileHandle& file);
+    // The same on sourceFileHandle.
+    std::optional<AtomLocation> findAtomOfType(std::uint32_t type, std::int32_t offset, int index);
+    static std::int32_t getSizeOfAtom(const Bytes& atom);
+
+    // --- in-place editing --------------------------------------------------
+    Bytes createAtomOfType(std::uint32_t type, std::span<const std::uint8_t> data);
+    // Grows the atom at offset by data; returns the offset at which the data
+    // now lies (the atom's old end), or -1 when no atom can be read there.
+    std::int32_t appendData(std::span<const std::uint8_t> data, std::int32_t atomOffset, FileHandle& file);
+    // Appends a child as the parent's last child; childPosition receives its
+    // offset. Returns 1.
+    std::int32_t appendChildAtom(std::span<const std::uint8_t> atom, std::int32_t parentOffset, FileHandle& file,
+                                 std::int32_t& childPosition);
+    // Cuts out the atom at offset. NO only when no atom can be read there.
+    bool removeAtomAtOffset(std::int32_t offset, FileHandle& file);
+    bool updateParentSize(std::int32_t delta, std::int32_t childOffset, FileHandle& file, bool addition);
+    bool findParentAtomsOfChildAtOffset(std::int32_t childOffset, std::int32_t readOffset, FileHandle& file,
+                                        std::int32_t& parentOffset, std::int32_t delta, bool addition);
+    bool updateSTCOAtomsInFile(FileHandle& file, std::int32_t editOffset, std::int32_t withNewOffet, bool addition);
+    bool isLastAtomInFile(std::uint32_t type, int index);
+
+    // --- file helpers ------------------------------------------------------
+    // "JPEG", "PNG", "TIFF", "GIF", "BMP", "PSD", or nothing.
+    static std::optional<std::string> getImageTypeFromFile(const std::filesystem::path& path);
+    bool convertMovAtPath(const std::filesystem::path& source, const std::filesystem::path& destination);
+    bool cleanFreeAtoms();
+    bool copyTRAKAtomsFromFile(FileHandle& source, std::int32_t offset, FileHandle& destination);
+    Value readiTunesMetadata();
+
+private:
+    struct AtomHeader {
+        std::int32_t size;
+        std::uint32_t type;
+    };
+    // The 8-byte header at offset, or nothing when the offset is negative or
+    // fewer than 8 bytes are left there.
+    static std::optional<AtomHeader> readAtomHeader(FileHandle& file, std::int32_t offset);
+    static std::uint32_t scanLength(FileHandle& file);
+    std::optional<AtomLocation> search(std::uint32_t type, std::int32_t offset, int index, FileHandle& file,
+                                       std::string_view method);
+    FileHandle& requireSourceFileHandle() const;
+
+    std::string aFileName_;
+    std::shared_ptr<FileHandle> sourceFileHandle_;
+    toolbox::Movie* sourceMovie_ = nullptr;
+    std::string tempSourceFilePath_;
+    Value supportedAtomTypes_;
+    Value supportedM4aTags_;
+    std::int32_t kQTInfoAnyAtomType_ = 0;
+    std::string tempProcessingFolderPath_;
+    bool doneWritingFile_ = false;
+    bool atomDebugging_ = false;
+};
+
+// Wrapping 32-bit arithmetic, the way the engine's signed offsets behave.
+inline std::int32_t wrappingAdd(std::int32_t a, std::int32_t b)
+{
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
+}
+inline std::int32_t wrappingSubtract(std::int32_t a, std::int32_t b)
+{
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b));
+}
+
+}  // namespace quillora

@@ -1,0 +1,44 @@
+#include "foundation/UserDefaults.h"
+
+#include <cstdlib>
+
+#include "foundation/PropertyList.h"
+
+namespace quillora {
+
+UserDefaults UserDefaults::fromFile(const std::filesystem::path& path)
+{
+    Value value = readValueFile(path);
+    if (!value.isDictionary()) throw FormatError("the defaults file does not hold a dictionary of keys");
+    return UserDefaults(value.asDictionary());
+}
+
+bool UserDefaults::boolForKey(std::string_view key) const
+{
+    const Value* value = objectForKey(key);
+    return value ? value->asBool().value_or(false) : false;
+}
+
+std::int64_t UserDefaults::integerForKey(std::string_view key) const
+{
+    const Value* value = objectForKey(key);
+    if (!value) return 0;
+    if (auto text = value->asString()) return std::strtoll(text->c_str(), nullptr, 10);
+    return value->asInteger().value_or(0);
+}
+
+std::optional<std::string> UserDefaults::stringForKey(std::string_view key) const
+{
+    const Value* value = objectForKey(key);
+    if (value && value->asString()) return *value->asString();
+    return std::nullopt;
+}
+
+std::optional<Bytes> UserDefaults::dataForKey(std::string_view key) const
+{
+    const Value* value = objectForKey(key);
+    if (value && value->asData()) return *value->asData();
+    return std::nullopt;
+}
+
+}  // namespace quillora

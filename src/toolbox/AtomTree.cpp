@@ -1,0 +1,124 @@
+#include "toolbox/AtomTree.h"
+
+#include <fmt/format.h>
+
+#include "foundation/FourCC.h"
+
+namespace quillora::toolbox {
+
+namespace {
+
+constexpr int kMaximumDepth = 16;
+
+bool plausibleType(std::uint32_t type)
+{
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        auto c = static_cast<unsigned char>(type >> shift);
+        if (c != 0xA9 && (c < 0x20 || c > 0x7E)) return false;
+    }
+    return true;
+}
+
+void readLevel(FileHandle& file, std::int64_t begin, std::int64_t end, int depth, std::uint32_t parentType,
+               AtomTree& tree)
+{
+    std::int64_t offset = begin;
+    while (offset + 8 <= end) {
+        file.seekToFileOffset(offset);
+        Bytes header = file.readDataOfLength(8);
+        if (header.size() < 8) break;
+        std::int64_t size = readU32BE(header.data());
+        const std::uint32_t type = readU32BE(header.data() + 4);
+        if (size == 0 && depth == 0) size = end - offset;  // runs to the end of the file
+        if (size < 8 || offset + size > end || !plausibleType(type)) {
+            tree.problems.push_back(fmt::format("bad atom header at offset {} (size {}, type {:08x})", offset, size, type));
+            return;
+        }
+        AtomNode node{type, offset, size, depth, 0};
+        auto childStart = childOffsetOfContainer(type, parentType);
+        if (childStart) node.childrenOffset = offset + *childStart;
+        tree.atoms.push_back(node);
+        if (childStart && depth < kMaximumDepth) readLevel(file, offset + *childStart, offset + size, depth + 1, type, tree);
+        offset += size;
+    }
+    if (offset != end && offset + 8 > end && offset < end) {
+        tree.problems.push_back(fmt::format("{} stray bytes at offset {}", end - offset, offset));
+    }
+}
+
+}  // namespace
+
+std::optional<std::int64_t> childOffsetOfContainer(std::uint32_t type, std::uint32_t parentType)
+{
+    // Every item of an iTunes list holds 'data' children.
+    if (parentType == atom::ilst) return 8;
+    switch (type) {
+    case atom::moov:
+    case atom::trak:
+    case atom::mdia:
+    case atom::minf:
+    case atom::stbl:
+    case atom::udta:
+    case atom::edts:
+    case atom::tref:
+    case atom::ilst:
+    case fourCC("dinf"):
+        return 8;
+    case atom::meta:
+        return 12;
+    default:
+        return std::nullopt;
+    }
+}
+
+AtomTree readAtomTree(FileHandle& file)
+{
+    AtomTree tree;
+    readLevel(file, 0, file.length(), 0, 0, tree);
+    return tree;
+}
+
+AtomTree readAtomTree(const std::filesystem::path& path)
+{
+    FileHandle file(path, FileHandle::Mode::Reading);
+    return readAtomTree(file);
+}
+
+std::optional<AtomNode> AtomTree::find(std::initializer_list<std::uint32_t> path) const
+{
+    std::optional<AtomNode> current;
+    for (std::uint32_t type : path) {
+        const auto candidates = current ? childrenOf(*current) : topLevel();
+        current.reset();
+        for (const auto& node : candidates) {
+            if (node.type == type) {
+                current = node;
+                break;
+            }
+        }
+        if (!current) return std::nullopt;
+    }
+    return current;
+}
+
+std::vector<AtomNode> AtomTree::childrenOf(const AtomNode& parent) const
+{
+    std::vector<AtomNode> children;
+    for (const auto& node : atoms) {
+        if (node.depth == parent.depth + 1 && node.offset >= parent.offset && node.offset < parent.offset + parent.size) {
+            children.push_back(node);
+        }
+    }
+    return children;
+}
+
+std::vector<AtomNode> AtomTree::topLevel() const
+{
+    std::vector<AtomNode> nodes;
+    for (const auto& node : atoms) {
+        if (node.depth == 0) nodes.push_back(node);
+    }
+    return nodes;
+}
+
+}  // namespace quillora::toolbox

@@ -1,0 +1,40 @@
+// Helpers shared by the tests: temporary folders, fixture paths, running
+// other people's readers (ffmpeg, ffprobe, mutagen) on what we write.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "foundation/Bytes.h"
+
+namespace quillora::test {
+
+class TemporaryFolder {
+public:
+    TemporaryFolder();
+    ~TemporaryFolder();
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    const std::filesystem::path& path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
+std::filesystem::path fixture(const std::string& name);
+// Copies a fixture into the folder and returns the copy's path.
+std::filesystem::path copyFixture(const std::string& name, const TemporaryFolder& folder);
+
+Bytes readFile(const std::filesystem::path& path);
+void writeFile(const std::filesystem::path& path, const Bytes& bytes);
+
+struct CommandResult {
+    int status = -1;
+    std::string output;  // standard output and standard error together
+};
+CommandResult runCommand(const std::string& command);
+std::string shellQuote(const std::string& text);
+
+}  // namespace quillora::test
