@@ -74,4 +74,73 @@ CommandResult runCommand(const std::string& command)
     return result;
 }
 
+CommandResult runQuillora(const std::string& arguments)
+{
+    return runCommand(shellQuote(std::string(QUILLORA_BINARY_DIR) + "/quillora") + " " + arguments);
+}
+
+}  // namespace quillora::test
+
+#include <map>
+
+#include "foundation/FourCC.h"
+#include "toolbox/AtomTree.h"
+
+namespace quillora::test {
+
+std::vector<TrackChunks> chunkOffsetsByTrack(const std::filesystem::path& path)
+{
+    const Bytes bytes = readFile(path);
+    auto tree = toolbox::readAtomTree(path);
+    std::vector<TrackChunks> tracks;
+    auto moov = tree.find({atom::moov});
+    if (!moov) return tracks;
+    for (const auto& trak : tree.childrenOf(*moov)) {
+        if (trak.type != atom::trak) continue;
+        TrackChunks chunks;
+        for (const auto& node : tree.atoms) {
+            bool inside = node.offset > trak.offset && node.offset < trak.offset + trak.size;
+            if (!inside || (node.type != atom::stco && node.type != atom::co64)) continue;
+            chunks.table = node.type;
+            const std::uint8_t* p = bytes.data() + node.offset;
+            const std::uint32_t count = readU32BE(p + 12);
+            for (std::uint32_t i = 0; i < count; ++i) {
+                if (node.type == atom::stco) {
+                    chunks.offsets.push_back(readU32BE(p + 16 + 4 * i));
+                } else {
+                    chunks.offsets.push_back((std::uint64_t{readU32BE(p + 16 + 8 * i)} << 32) | readU32BE(p + 20 + 8 * i));
+                }
+            }
+        }
+        tracks.push_back(chunks);
+    }
+    return tracks;
+}
+
+std::vector<std::pair<std::string, std::int64_t>> atomSizes(const std::filesystem::path& path)
+{
+    auto tree = toolbox::readAtomTree(path);
+    std::vector<std::pair<std::string, std::int64_t>> sizes;
+    std::vector<std::string> stack;
+    std::map<std::string, int> seen;
+    for (const auto& node : tree.atoms) {
+        stack.resize(static_cast<std::size_t>(node.depth));
+        std::string parent;
+        for (const auto& part : stack) parent += part + "/";
+        std::string name = stringFromFourCC(node.type);
+        int index = ++seen[parent + name];
+        std::string part = name + (index > 1 ? "[" + std::to_string(index) + "]" : "");
+        stack.push_back(part);
+        sizes.emplace_back(parent + part, node.size);
+    }
+    return sizes;
+}
+
+std::string ffmpegDecodeErrors(const std::filesystem::path& path)
+{
+    auto result = runCommand("ffmpeg -nostdin -v error -i " + shellQuote(path.string()) + " -map 0 -f null -");
+    if (result.status != 0 && result.output.empty()) return "ffmpeg exited with status " + std::to_string(result.status);
+    return result.output;
+}
+
 }  // namespace quillora::test

@@ -35,6 +35,25 @@ struct CommandResult {
     std::string output;  // standard output and standard error together
 };
 CommandResult runCommand(const std::string& command);
+// Runs the quillora program of this build with the arguments (already quoted).
+CommandResult runQuillora(const std::string& arguments);
 std::string shellQuote(const std::string& text);
+
+}  // namespace quillora::test
+
+namespace quillora::test {
+
+// Read with the bounds-checked tree reader, not with the engine under test.
+struct TrackChunks {
+    std::uint32_t table = 0;  // 'stco' or 'co64'
+    std::vector<std::uint64_t> offsets;
+};
+std::vector<TrackChunks> chunkOffsetsByTrack(const std::filesystem::path& path);
+
+// "moov/trak[2]/mdia" style paths of every atom, with their sizes, in file order.
+std::vector<std::pair<std::string, std::int64_t>> atomSizes(const std::filesystem::path& path);
+
+// ffmpeg decodes the whole file; returns what it complained about (empty when nothing).
+std::string ffmpegDecodeErrors(const std::filesystem::path& path);
 
 }  // namespace quillora::test
