@@ -10,11 +10,13 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "foundation/Bytes.h"
+#include "foundation/Errors.h"
 #include "foundation/FileHandle.h"
 #include "foundation/Value.h"
 
@@ -91,6 +93,34 @@ public:
     bool cleanFreeAtoms();
     bool copyTRAKAtomsFromFile(FileHandle& source, std::int32_t offset, FileHandle& destination);
     Value readiTunesMetadata();
+
+    // --- text tracks (src/tracks/) ----------------------------------------
+    // Transitions are an array of transition dictionaries; parameters hold
+    // "duration" and "trackID"; attributes are the text-track attributes
+    // ("textTrackFontFace", "textTrackFontSize", "textTrackFontColorData",
+    // "textTrackBackgroundColorData"). The error out-arguments are never set.
+    bool addChapters(const Value& transitions, FileHandle& file, const std::string& path, const Value& parameters,
+                     ErrorRecord* error = nullptr);
+    bool addTextTrackURLs(const Value& transitions, const Value& attributes, FileHandle& file,
+                          const std::string& path, const Value& parameters, ErrorRecord* error = nullptr);
+    // The older variant: opens the movie and the file at path itself.
+    bool addTextTrackURLs(const Value& transitions, const Value& attributes, const std::filesystem::path& path);
+    bool addTextTrackForNotes(const Value& transitions, const Value& attributes, FileHandle& file,
+                              const std::filesystem::path& path);
+
+    // --- slide image track (src/tracks/) ----------------------------------
+    // notifying and error are accepted and not used.
+    bool addImages(const Value& transitions, FileHandle& file, const std::string& path, const Value& parameters,
+                   const void* notifying = nullptr, ErrorRecord* error = nullptr);
+    // The older variant: opens the movie and the file itself, and registers
+    // the editor and the observer for the file's data-available notification.
+    bool addImages(const Value& transitions, const std::filesystem::path& path,
+                   std::function<void()> dataAvailableObserver);
+
+    // --- iTunes metadata (src/metadata/) ----------------------------------
+    // tags: a dictionary of tag key to string; its "software" entry is set.
+    bool addMetadata(const Value& tags, FileHandle& file, const std::string& path);
+    bool addMetadata(const Value& tags, const std::filesystem::path& path);
 
 private:
     struct AtomHeader {

@@ -8,6 +8,9 @@
 #include <cerrno>
 #include <vector>
 
+#include "foundation/NotificationCenter.h"
+#include "foundation/RunLoop.h"
+
 namespace quillora {
 
 FileHandle::FileHandle(const std::filesystem::path& path, Mode mode) : path_(path)
@@ -189,6 +192,14 @@ void FileHandle::removeBytes(std::int64_t offset, std::int64_t count)
         from += block;
     }
     truncateFileAtOffset(oldLength - count);
+}
+
+void FileHandle::waitForDataInBackgroundAndNotify()
+{
+    const void* self = this;
+    RunLoop::current()->perform([self] {
+        NotificationCenter::defaultCenter().post({kFileHandleDataAvailableNotification, self, Value()});
+    });
 }
 
 }  // namespace quillora

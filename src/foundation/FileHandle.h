@@ -61,6 +61,11 @@ public:
     // cuts the file at offset. The position is left at the end of the file.
     void removeBytes(std::int64_t offset, std::int64_t count);
 
+    // Asks for kFileHandleDataAvailableNotification, with this handle as its
+    // object, on the calling thread's run loop. A regular file always has
+    // data, so it is posted the next time that thread runs its loop.
+    void waitForDataInBackgroundAndNotify();
+
     void setMoveBufferSize(std::size_t size) { moveBufferSize_ = size == 0 ? 1 : size; }
 
 private:

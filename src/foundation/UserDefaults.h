@@ -19,9 +19,15 @@ public:
     // Throws FormatError when the file is not a dictionary in a known form.
     static UserDefaults fromFile(const std::filesystem::path& path);
 
+    // The process's preferences, as the host loaded them; the plug-in reads
+    // them at export time. Empty until the host sets them.
+    static UserDefaults standardUserDefaults();
+    static void setStandardUserDefaults(UserDefaults defaults);
+
     const Value* objectForKey(std::string_view key) const { return values_->find(key); }
     bool boolForKey(std::string_view key) const;           // missing: false
     std::int64_t integerForKey(std::string_view key) const; // missing: 0
+    double doubleForKey(std::string_view key) const;        // missing: 0
     std::optional<std::string> stringForKey(std::string_view key) const;
     std::optional<Bytes> dataForKey(std::string_view key) const;
 
