@@ -1,0 +1,35 @@
+// Colours as the host hands them to the text-track writers: data holding
+// either plain text ("#RRGGBB" or "#RRGGBBAA") or an archived colour object.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "foundation/Bytes.h"
+
+namespace quillora {
+
+// Device RGB components, each from 0 to 1.
+struct ColorComponents {
+    double red = 0;
+    double green = 0;
+    double blue = 0;
+    double alpha = 0;
+};
+
+// Nothing when the data holds no colour.
+std::optional<ColorComponents> colorComponentsFromData(const Bytes& data);
+
+// Three 16-bit components, stored big-endian (each byte pair as it goes into
+// a file).
+struct RGBColor {
+    std::uint16_t red = 0;
+    std::uint16_t green = 0;
+    std::uint16_t blue = 0;
+};
+
+// Each of red, green and blue premultiplied by alpha, times 65535, truncated.
+// NO, and color untouched, when the data holds no colour.
+bool QRGetRGBColorFromData(const Bytes& data, RGBColor& color);
+
+}  // namespace quillora
