@@ -1,0 +1,41 @@
+// What a host's user interface does for a plug-in: its window, a save panel,
+// sheets, an alert with a help anchor, and undo. A terminal host, a test host
+// and a graphical host each provide one. Every call comes on the main thread.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "foundation/Errors.h"
+
+namespace quillora {
+
+struct SavePanelRequest {
+    bool canCreateDirectories = true;
+    bool canSelectHiddenExtension = true;
+    std::vector<std::string> allowedFileTypes;  // extensions without the dot
+    std::string directory;
+    std::string fileName;
+};
+
+// The return code of a save panel the user confirmed.
+inline constexpr int kSavePanelOKButton = 1;
+
+class HostUserInterface {
+public:
+    virtual ~HostUserInterface() = default;
+
+    virtual void showWindow(std::string_view nibName) = 0;
+    // Shows the panel as a sheet on the host's window; done runs on the main
+    // thread with the return code and the chosen path.
+    virtual void beginSavePanel(const SavePanelRequest& request,
+                                std::function<void(int returnCode, const std::string& path)> done) = 0;
+    virtual void beginProgressSheet() = 0;
+    virtual void endProgressSheet() = 0;
+    virtual void showAlert(const ErrorRecord& error, std::string_view helpAnchor) = 0;
+    virtual void registerUndo(std::function<void()> undo) = 0;
+};
+
+}  // namespace quillora

@@ -1,0 +1,67 @@
+// The base class of an export plug-in: the window controller that holds what
+// the host hands over for one export (parameters, result path, recording,
+// scratch folder, transitions) and the entry points the host calls.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "foundation/Errors.h"
+#include "foundation/Value.h"
+#include "host/HostUserInterface.h"
+
+namespace quillora {
+
+// What the host provides before it calls an entry point.
+struct HostContext {
+    std::string tempFileRecordingPath;     // the finished recording
+    std::string tempProcessingFolderPath;  // ends in a path separator
+    Value slideTransitions = Value::array();
+    Value screenshotTransitions = Value::array();
+    HostUserInterface* userInterface = nullptr;
+};
+
+class quilloraPlugin {
+public:
+    virtual ~quilloraPlugin() = default;
+
+    void setHostContext(HostContext context) { context_ = std::move(context); }
+
+    // --- window controller -------------------------------------------------
+    void initWithWindowNibName(std::string nibName) { nibName_ = std::move(nibName); }
+    void showWindow() { userInterface().showWindow(nibName_); }
+    HostUserInterface& userInterface() const;
+
+    // --- what the host holds for the plug-in -------------------------------
+    const Value& exportParams() const { return exportParams_; }
+    void setExportParams(Value params) { exportParams_ = std::move(params); }
+    const std::string& resultFilePath() const { return resultFilePath_; }
+    void setResultFilePath(std::string path) { resultFilePath_ = std::move(path); }
+    const std::string& tempFileRecordingPath() const { return context_.tempFileRecordingPath; }
+    const std::string& tempProcessingFolderPath() const { return context_.tempProcessingFolderPath; }
+    const Value& slideTransitions() const { return context_.slideTransitions; }
+    const Value& screenshotTransitions() const { return context_.screenshotTransitions; }
+    // The error of opening the recording, as the platform reports it.
+    const std::optional<std::string>& openError() const { return openError_; }
+
+    // --- entry points --------------------------------------------------------
+    virtual bool loadParamsToInterface() = 0;
+    virtual Value exportParamsFromInterface() = 0;
+    // Interactive export from the form; shows a save panel.
+    virtual bool exportData() = 0;
+    // Interactive export with given parameters; shows a save panel.
+    virtual bool exportDataWithParams(const Value& params) = 0;
+    // Export without a panel. Returns at once; error is never written.
+    virtual bool exportDataWithParams(const Value& params, const std::string& path, ErrorRecord* error) = 0;
+
+protected:
+    std::optional<std::string> openError_;
+
+private:
+    HostContext context_;
+    Value exportParams_ = Value::dictionary();
+    std::string resultFilePath_;
+    std::string nibName_;
+};
+
+}  // namespace quillora
