@@ -116,8 +116,8 @@ Bytes metadataHandlerAtom(QTDataEditor& editor)
 {
     ByteWriter payload;
     payload
-        .putU32BE(0) // version and flags
-        .putU32BE(0) // predefined
+        .putU32BE(0)  // version and flags
+        .putU32BE(0)  // predefined
         .putFourCC(kHandlerMetadataDirectory)
         .putFourCC(kHandlerManufacturer)
         .putU32BE(0)
@@ -199,7 +199,7 @@ void readWholeFileIgnoringResult(const std::filesystem::path& path)
     if (!in) return;
     Bytes unused{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
-} // namespace
+}  // namespace
 
 bool QTDataEditor::addMetadata(const Value& tags, FileHandle& file, const std::string& /*path*/)
 {
@@ -226,4 +226,4 @@ bool QTDataEditor::addMetadata(const Value& tags, const std::filesystem::path& p
     return true;
 }
 
-} // namespace quillora
+}  // namespace quillora
