@@ -1,5 +1,7 @@
 // Colours as the host hands them to the text-track writers: data holding
-// either plain text ("#RRGGBB" or "#RRGGBBAA") or an archived colour object.
+// either plain text ("#RRGGBB" or "#RRGGBBAA") or a colour object in the
+// host platform's old typed-stream archive (RGB or white, calibrated or
+// device; other colour spaces are not read).
 #pragma once
 
 #include <cstdint>
@@ -9,7 +11,8 @@
 
 namespace quillora {
 
-// Device RGB components, each from 0 to 1.
+// Device RGB components, each from 0 to 1 (stored values outside that range
+// are clamped).
 struct ColorComponents {
     double red = 0;
     double green = 0;
@@ -20,8 +23,8 @@ struct ColorComponents {
 // Nothing when the data holds no colour.
 std::optional<ColorComponents> colorComponentsFromData(const Bytes& data);
 
-// Three 16-bit components, stored big-endian (each byte pair as it goes into
-// a file).
+// Three 16-bit components as native numbers; whoever writes them into a
+// file puts them big-endian.
 struct RGBColor {
     std::uint16_t red = 0;
     std::uint16_t green = 0;

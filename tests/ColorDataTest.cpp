@@ -1,0 +1,102 @@
+// Colour data: "#RRGGBB(AA)" text and archived colour objects built here
+// byte by byte, down to the premultiplied 16-bit components.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <bit>
+#include <string>
+#include <vector>
+
+#include "tracks/ColorData.h"
+
+using namespace quillora;
+
+namespace {
+
+// A typed-stream archive of one colour: header, root type "@", the class
+// chain NSColor < NSObject, the colour space as a char, then the components
+// (whole numbers as one-byte integers, others as tagged 32-bit floats).
+Bytes archived(std::uint8_t space, const std::vector<float>& components, bool bigEndian = false,
+               std::string className = "NSColor")
+{
+    ByteWriter out;
+    out.putU8(4).putU8(11).putString(bigEndian ? "typedstream" : "streamtyped").putU8(0x81);
+    bigEndian ? out.putU16BE(1000) : out.putU8(0xE8).putU8(0x03);
+    out.putU8(0x84).putU8(1).putString("@").putU8(0x84).putU8(0x84).putU8(0x84);
+    out.putU8(static_cast<std::uint8_t>(className.size())).putString(className).putU8(0);
+    out.putU8(0x84).putU8(0x84).putU8(8).putString("NSObject").putU8(0).putU8(0x85);
+    out.putU8(0x84).putU8(1).putString("c").putU8(space);
+    out.putU8(0x84).putU8(static_cast<std::uint8_t>(components.size())).putString(std::string(components.size(), 'f'));
+    for (float c : components) {
+        if (c == static_cast<float>(static_cast<std::int8_t>(c))) {
+            out.putU8(static_cast<std::uint8_t>(static_cast<std::int8_t>(c)));
+        } else {
+            out.putU8(0x83);
+            bigEndian ? out.putU32BE(std::bit_cast<std::uint32_t>(c)) : out.putU32LE(std::bit_cast<std::uint32_t>(c));
+        }
+    }
+    out.putU8(0x86);
+    return out.take();
+}
+
+Bytes text(std::string_view value) { return Bytes(value.begin(), value.end()); }
+
+void expectColor(const Bytes& data, ColorComponents expected)
+{
+    auto color = colorComponentsFromData(data);
+    ASSERT_TRUE(color.has_value());
+    EXPECT_DOUBLE_EQ(color->red, expected.red);
+    EXPECT_DOUBLE_EQ(color->green, expected.green);
+    EXPECT_DOUBLE_EQ(color->blue, expected.blue);
+    EXPECT_DOUBLE_EQ(color->alpha, expected.alpha);
+}
+
+}  // namespace
+
+TEST(ColorData, ReadsHexTextAndArchivedRgbOrWhiteInEitherByteOrder)
+{
+    expectColor(text(" #FF8000\n"), {1, 128 / 255.0, 0, 1});
+    expectColor(text("#00ff0033"), {0, 1, 0, 51 / 255.0});
+    expectColor(archived(1, {1, 0.5f, 0.25f, 0.75f}), {1, 0.5, 0.25, 0.75});
+    expectColor(archived(2, {0, 0.125f, 1, 1}, true), {0, 0.125, 1, 1});
+    expectColor(archived(3, {0.75f, 1}), {0.75, 0.75, 0.75, 1});
+    expectColor(archived(4, {0, 0.5f}, true), {0, 0, 0, 0.5});
+    expectColor(archived(2, {2, -1, 0.5f, 1}), {1, 0, 0.5, 1});  // clamped
+}
+
+TEST(ColorData, PremultipliesSixteenBitComponentsByAlpha)
+{
+    RGBColor color;
+    ASSERT_TRUE(QRGetRGBColorFromData(archived(1, {1, 0.25f, 0, 0.5f}), color));
+    EXPECT_EQ(color.red, 32767);   // 0.5 * 65535 = 32767.5
+    EXPECT_EQ(color.green, 8191);  // 0.125 * 65535 = 8191.875
+    EXPECT_EQ(color.blue, 0);
+    ASSERT_TRUE(QRGetRGBColorFromData(archived(3, {0.5f, 1}), color));
+    EXPECT_EQ(color.blue, 32767);
+}
+
+TEST(ColorData, AnythingElseIsNoColourAndLeavesTheOutputAlone)
+{
+    const Bytes valid = archived(2, {0.5f, 0.25f, 0.125f, 1});
+    Bytes doubles = valid;
+    const std::string_view floats = "ffff";
+    *std::search(doubles.begin(), doubles.end(), floats.begin(), floats.end()) = 'd';
+    std::vector<Bytes> rejected = {
+        doubles,
+        archived(5, {0, 0, 0, 0, 1}),  // CMYK is not read
+        archived(1, {1, 1, 1}),
+        archived(2, {1, 1, 1, 1}, false, "NSFont"),
+        archived(2, {std::bit_cast<float>(0x7FC00000u), 0, 0, 1}),
+        text("\x04\x0bstreamtyped garbage"),
+        text("#GG0000"),
+        text("FF8000"),
+    };
+    for (std::size_t length = 0; length < valid.size(); ++length) {
+        rejected.emplace_back(valid.begin(), valid.begin() + static_cast<std::ptrdiff_t>(length));
+    }
+    for (const auto& data : rejected) {
+        RGBColor color{1, 2, 3};
+        EXPECT_FALSE(QRGetRGBColorFromData(data, color)) << data.size() << " bytes";
+        EXPECT_TRUE(color.red == 1 && color.green == 2 && color.blue == 3);
+    }
+}

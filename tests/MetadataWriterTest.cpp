@@ -1,0 +1,155 @@
+// The item-list writer on real recordings: the atoms it leaves, byte for
+// byte, the audio's chunk offsets, and what ffmpeg and mutagen read back.
+#include <gtest/gtest.h>
+
+#include "QTDataEditor.h"
+#include "TestSupport.h"
+#include "foundation/FourCC.h"
+#include "foundation/Log.h"
+#include "foundation/PropertyList.h"
+#include "toolbox/AtomTree.h"
+
+using namespace quillora;
+
+namespace {
+
+// One item: size, type, then a `data` atom of text type and locale 0.
+void putItem(ByteWriter& items, std::string_view type, std::string_view bytes)
+{
+    const auto length = static_cast<std::uint32_t>(bytes.size());
+    items.putU32BE(24 + length).putString(type).putU32BE(16 + length).putString("data");
+    items.putU32BE(1).putU32BE(0).putString(bytes);
+}
+
+// A new udta: meta (version and flags, the 34-byte handler), then the list.
+Bytes expectedUdta(const Bytes& items)
+{
+    const auto list = static_cast<std::uint32_t>(8 + items.size());
+    ByteWriter udta;
+    udta.putU32BE(8 + 46 + list).putString("udta").putU32BE(46 + list).putString("meta").putU32BE(0);
+    udta.putU32BE(34).putString("hdlr").putU32BE(0).putU32BE(0).putString("mdir").putString("appl");
+    udta.putU32BE(0).putU32BE(0).putU8(0).putU8(0);
+    udta.putU32BE(list).putString("ilst").putBytes(items);
+    return udta.take();
+}
+
+Bytes atomBytes(const std::filesystem::path& path, std::initializer_list<std::uint32_t> atomPath)
+{
+    auto node = toolbox::readAtomTree(path).find(atomPath);
+    if (!node) return {};
+    const Bytes file = test::readFile(path);
+    const auto begin = file.begin() + static_cast<std::ptrdiff_t>(node->offset);
+    return Bytes(begin, begin + static_cast<std::ptrdiff_t>(node->size));
+}
+
+// The first 16 bytes at every chunk offset: the edit must keep each one
+// pointing at the same audio.
+std::vector<Bytes> chunkHeads(const std::filesystem::path& path)
+{
+    const Bytes bytes = test::readFile(path);
+    std::vector<Bytes> heads;
+    for (const auto& track : test::chunkOffsetsByTrack(path)) {
+        for (auto offset : track.offsets) {
+            const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(std::min<std::uint64_t>(offset, bytes.size()));
+            heads.emplace_back(begin, begin + std::min<std::ptrdiff_t>(16, bytes.end() - begin));
+        }
+    }
+    return heads;
+}
+
+void writeMetadata(const Value& tags, const std::filesystem::path& path)
+{
+    QTDataEditor editor;
+    FileHandle file(path, FileHandle::Mode::Updating);
+    EXPECT_TRUE(editor.addMetadata(tags, file, path.string()));
+}
+
+}  // namespace
+
+TEST(MetadataWriter, CreatesTheContainersThenReplacesOnlyTheList)
+{
+    test::TemporaryFolder folder;
+    const auto path = test::copyFixture("recording-no-udta.m4a", folder);
+    const auto headsBefore = chunkHeads(path);
+    // "Café" is 4 UTF-16 units but 5 UTF-8 bytes; "a" + U+1F600 is 3 units, 5 bytes.
+    Value tags = Value::dictionary({{"title", "Caf\xC3\xA9"}, {"tracknum", "3"}, {"className", "Optics"},
+                                    {"class name", "Physics 2"}, {"software", "Other"}, {"album", "a\xF0\x9F\x98\x80"}});
+    CapturedLog log;
+    writeMetadata(tags, path);
+
+    EXPECT_TRUE(log.contains("-[QTDataEditor addMetadata:toFile:path:]  Writing MetaData {"));
+    EXPECT_EQ(tags.asDictionary()->entries()[4], (Dictionary::Entry{"software", "Quillora"}));
+    ByteWriter items;
+    putItem(items, "\251nam", "Caf\xC3");
+    putItem(items, "trkn", "\x33");
+    putItem(items, "tvsh", "Physics 2");
+    putItem(items, "\251swr", "Quillora");
+    putItem(items, "\251alb", "a\xF0\x9F");
+    EXPECT_EQ(atomBytes(path, {atom::moov, atom::udta}), expectedUdta(items.bytes()));
+    auto tree = toolbox::readAtomTree(path);
+    auto moov = tree.find({atom::moov});
+    ASSERT_TRUE(moov);
+    EXPECT_EQ(tree.childrenOf(*moov).back().type, atom::udta);
+
+    // Unknown keys only: the new list holds the software item alone, under the same meta.
+    writeMetadata(Value::dictionary({{"classNumber", "101"}, {"speaker", "Ann"}}), path);
+    ByteWriter softwareOnly;
+    putItem(softwareOnly, "\251swr", "Quillora");
+    EXPECT_EQ(atomBytes(path, {atom::moov, atom::udta}), expectedUdta(softwareOnly.bytes()));
+    EXPECT_EQ(chunkHeads(path), headsBefore);
+    EXPECT_EQ(test::ffmpegDecodeErrors(path), "");
+}
+
+class MetadataWriterLayouts : public testing::TestWithParam<const char*> {};
+
+// Movie atom before the audio (chunk offsets move) and after it, each with an
+// existing list that the new one replaces.
+TEST_P(MetadataWriterLayouts, KeepsTheAudioAndReadsBackWithMutagen)
+{
+    test::TemporaryFolder folder;
+    const auto path = test::copyFixture(GetParam(), folder);
+    const auto headsBefore = chunkHeads(path);
+    writeMetadata(Value::dictionary({{"title", "Lecture 4"},
+                                     {"author", "Ann Lee"},
+                                     {"copyright", "2024 Ann Lee"},
+                                     {"university", "North College"},
+                                     {"class name", "Physics"}}),
+                  path);
+    EXPECT_EQ(chunkHeads(path), headsBefore);
+    EXPECT_EQ(test::ffmpegDecodeErrors(path), "");
+
+    const std::string script = "import json, sys, mutagen.mp4\n"
+                               "tags = mutagen.mp4.MP4(sys.argv[1]).tags\n"
+                               "print(json.dumps({k: str(v[0]) for k, v in tags.items()}))\n";
+    auto result = test::runCommand("/usr/bin/python3 -c " + test::shellQuote(script) + " " +
+                                   test::shellQuote(path.string()) + " 2>&1");
+    ASSERT_EQ(result.status, 0) << result.output;
+    EXPECT_EQ(valueFromJson(result.output), Value::dictionary({{"\xC2\xA9nam", "Lecture 4"},
+                                                               {"\xC2\xA9" "ART", "Ann Lee"},
+                                                               {"\xC2\xA9" "cpy", "2024 Ann Lee"},
+                                                               {"tvnn", "North College"},
+                                                               {"tvsh", "Physics"},
+                                                               {"\xC2\xA9swr", "Quillora"}}));
+}
+
+INSTANTIATE_TEST_SUITE_P(Fixtures, MetadataWriterLayouts,
+                         testing::Values("recording-moov-first.m4a", "recording-moov-last.m4a",
+                                         "recording-chunks-moov-first.m4a", "recording-chunks-moov-last.m4a"));
+
+TEST(MetadataWriter, OlderEntryPointOpensTheFileItself)
+{
+    test::TemporaryFolder folder;
+    const auto path = test::copyFixture("recording-no-udta.m4a", folder);
+    const auto reference = folder.path() / "reference.m4a";
+    std::filesystem::copy_file(path, reference);
+    writeMetadata(Value::dictionary({{"title", "Same"}}), reference);
+
+    CapturedLog log;
+    QTDataEditor editor;
+    editor.setTempSourceFilePath((folder.path() / "absent" / "source.m4a").string());
+    EXPECT_TRUE(editor.addMetadata(Value::dictionary({{"title", "Same"}}), path));
+    EXPECT_TRUE(log.contains("-[QTDataEditor addMetadata:toFileAtPath:]  Writing MetaData"));
+    EXPECT_EQ(test::readFile(path), test::readFile(reference));
+    EXPECT_TRUE(editor.addMetadata(Value::dictionary(), folder.path() / "missing.m4a"));
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "missing.m4a"));
+}
