@@ -10,7 +10,8 @@
 
 using namespace quillora;
 
-namespace {
+namespace
+{
 
 constexpr std::uint32_t kOneMinute = 36000;
 
@@ -34,7 +35,8 @@ Bytes expectedGmhd()
     ByteWriter gmin;
     gmin.putU32BE(0).putU16BE(0x0040).putU16BE(0x8000).putU16BE(0x8000).putU16BE(0x8000).putU16BE(0).putU16BE(0);
     ByteWriter text;
-    for (std::uint32_t v : {0x00010000u, 0u, 0u, 0u, 0x00010000u, 0u, 0u, 0u, 0x40000000u}) text.putU32BE(v);
+    for (std::uint32_t v : {0x00010000u, 0u, 0u, 0u, 0x00010000u, 0u, 0u, 0u, 0x40000000u})
+        text.putU32BE(v);
     ByteWriter both;
     both.putBytes(test::expectedAtom("gmin", gmin.bytes())).putBytes(test::expectedAtom("text", text.bytes()));
     return test::expectedAtom("gmhd", both.bytes());
@@ -75,10 +77,9 @@ Bytes stsdHolding(const Bytes& entry)
 }
 
 const std::vector<std::uint32_t> kStblChildrenChapter = {atom::stsd, atom::stsc, atom::stsz, atom::stts, atom::stco};
-const std::vector<std::uint32_t> kStblChildrenTimedText = {atom::stsd, atom::stsc, atom::stsz, atom::stco,
-                                                           atom::stts};
+const std::vector<std::uint32_t> kStblChildrenTimedText = {atom::stsd, atom::stsc, atom::stsz, atom::stco, atom::stts};
 
-}  // namespace
+} // namespace
 
 TEST(TextTrack, ChapterSkeletonMatchesTheLayoutByteForByte)
 {
@@ -97,8 +98,9 @@ TEST(TextTrack, ChapterSkeletonMatchesTheLayoutByteForByte)
     const Bytes tkhd = file.atomBelow(trak, {atom::tkhd});
     EXPECT_EQ(Bytes(tkhd.begin() + 28, tkhd.begin() + 32), (Bytes{0x00, 0x00, 0x8C, 0xA0}));
 
-    EXPECT_EQ(file.atomBelow(trak, {atom::mdia, atom::hdlr}),
-              test::expectedHdlr("mhlr", "text", "app2", 1, 0x00010113, test::lengthPrefixed("Apple Text Media Handler")));
+    EXPECT_EQ(
+        file.atomBelow(trak, {atom::mdia, atom::hdlr}),
+        test::expectedHdlr("mhlr", "text", "app2", 1, 0x00010113, test::lengthPrefixed("Apple Text Media Handler")));
     EXPECT_EQ(file.atomBelow(trak, {atom::mdia, atom::minf, fourCC("gmhd")}), expectedGmhd());
     EXPECT_EQ(file.atomBelow(trak, {atom::mdia, atom::minf, atom::hdlr}), test::expectedDataHdlr(0x00010129));
     EXPECT_EQ(file.atomBelow(trak, {atom::mdia, atom::minf, fourCC("dinf")}), test::expectedDinf());
@@ -132,14 +134,15 @@ TEST(TextTrack, TimedTextSkeletonScalesColoursAndPlacesTheTextBox)
     style.fontSize = 12;
     style.textColor = {0.5, 0.5, 0.5, 1.0};
     style.backgroundColor = {0.5, 0.25, 1.0, 0.5};
-    const auto file = written(TextTrackBuilder(editor, kHyperlinkTrack, kOneMinute, 4, style).finish(twoSamples()),
-                              folder);
+    const auto file =
+        written(TextTrackBuilder(editor, kHyperlinkTrack, kOneMinute, 4, style).finish(twoSamples()), folder);
     const auto trak = file.lastTrak();
 
     EXPECT_EQ(file.atomBelow(trak, {atom::tkhd}), test::expectedTkhd(0x0F, 4, kOneMinute, 0x012C0000));
     EXPECT_EQ(file.atomBelow(trak, {atom::mdia, atom::mdhd}), test::expectedMdhd(kOneMinute, true));
-    EXPECT_EQ(file.atomBelow(trak, {atom::mdia, atom::hdlr}),
-              test::expectedHdlr("mhlr", "text", "app2", 1, 0x0001018A, test::lengthPrefixed("Apple Text Media Handler")));
+    EXPECT_EQ(
+        file.atomBelow(trak, {atom::mdia, atom::hdlr}),
+        test::expectedHdlr("mhlr", "text", "app2", 1, 0x0001018A, test::lengthPrefixed("Apple Text Media Handler")));
     EXPECT_EQ(file.atomBelow(trak, {atom::mdia, atom::minf, atom::hdlr}), test::expectedDataHdlr(0x0001019F));
     EXPECT_EQ(file.atomBelow(trak, {atom::mdia, atom::minf, atom::stbl, atom::stsd}),
               stsdHolding(expectedTx3g(278, 12, Bytes{125, 62, 250, 125}, Bytes{50, 50, 50, 100}, "Helvetica")));
@@ -154,8 +157,8 @@ TEST(TextTrack, LargeFontSizeKeepsItsLowByteAndAttributesFallBackToZero)
     QTDataEditor editor;
     test::TemporaryFolder folder;
     // A numeric string counts as a size; no colours means black on transparent.
-    const TextStyle style = textStyleFromAttributes(
-        Value::dictionary({{"textTrackFontFace", "Times"}, {"textTrackFontSize", "300"}}));
+    const TextStyle style =
+        textStyleFromAttributes(Value::dictionary({{"textTrackFontFace", "Times"}, {"textTrackFontSize", "300"}}));
     EXPECT_EQ(style.fontSize, 300);
     const auto file = written(TextTrackBuilder(editor, kNotesTrack, 100, 6, style).finish({}), folder);
     const auto trak = file.lastTrak();

@@ -5,7 +5,8 @@
 #include "TestSupport.h"
 #include "foundation/FourCC.h"
 
-namespace quillora::test {
+namespace quillora::test
+{
 
 WrittenFile::WrittenFile(const std::filesystem::path& path) : bytes_(readFile(path)), tree_(toolbox::readAtomTree(path))
 {
@@ -60,7 +61,8 @@ std::vector<std::uint32_t> WrittenFile::childTypes(const toolbox::AtomNode& pare
 {
     std::vector<std::uint32_t> types;
     if (auto node = nodeBelow(parent, path)) {
-        for (const auto& child : tree_.childrenOf(*node)) types.push_back(child.type);
+        for (const auto& child : tree_.childrenOf(*node))
+            types.push_back(child.type);
     }
     return types;
 }
@@ -73,7 +75,8 @@ Bytes WrittenFile::bytesAt(std::uint64_t offset, std::size_t length) const
                  bytes_.begin() + static_cast<std::ptrdiff_t>(offset + length));
 }
 
-namespace {
+namespace
+{
 
 std::vector<std::uint32_t> tableEntries(const Bytes& table, std::size_t headerBytes, std::size_t stride)
 {
@@ -93,7 +96,7 @@ std::vector<std::uint32_t> tableEntries(const Bytes& table, std::size_t headerBy
     return entries;
 }
 
-}  // namespace
+} // namespace
 
 std::vector<std::uint32_t> WrittenFile::sampleSizes(const toolbox::AtomNode& trak) const
 {
@@ -129,12 +132,14 @@ Bytes lengthPrefixed(std::string_view text)
     return w.take();
 }
 
-namespace {
+namespace
+{
 void putIdentityMatrix(ByteWriter& w)
 {
-    for (std::uint32_t v : {0x00010000u, 0u, 0u, 0u, 0x00010000u, 0u, 0u, 0u, 0x40000000u}) w.putU32BE(v);
+    for (std::uint32_t v : {0x00010000u, 0u, 0u, 0u, 0x00010000u, 0u, 0u, 0u, 0x40000000u})
+        w.putU32BE(v);
 }
-}  // namespace
+} // namespace
 
 Bytes expectedTkhd(std::uint32_t flags, std::uint32_t trackID, std::uint32_t duration, std::uint32_t size)
 {
@@ -142,7 +147,7 @@ Bytes expectedTkhd(std::uint32_t flags, std::uint32_t trackID, std::uint32_t dur
     w.putU8(0).putU8(0).putU8(0).putU8(static_cast<std::uint8_t>(flags));
     w.putU32BE(0xC2F2F59A).putU32BE(0xC2F2F59B).putU32BE(trackID).putU32BE(0).putU32BE(duration);
     w.putZeros(8);
-    w.putZeros(8);  // layer, alternate group, volume, reserved: all come out zero
+    w.putZeros(8); // layer, alternate group, volume, reserved: all come out zero
     putIdentityMatrix(w);
     w.putU32BE(size).putU32BE(size);
     return expectedAtom("tkhd", w.bytes());
@@ -167,8 +172,8 @@ Bytes expectedMdhd(std::uint32_t duration, bool littleEndianDuration)
     return expectedAtom("mdhd", w.bytes());
 }
 
-Bytes expectedHdlr(std::string_view type, std::string_view subtype, std::string_view manufacturer,
-                   std::uint32_t flags, std::uint32_t mask, const Bytes& name)
+Bytes expectedHdlr(std::string_view type, std::string_view subtype, std::string_view manufacturer, std::uint32_t flags,
+                   std::uint32_t mask, const Bytes& name)
 {
     ByteWriter w;
     w.putU32BE(0).putString(type).putString(subtype).putString(manufacturer).putU32BE(flags).putU32BE(mask);
@@ -195,4 +200,10 @@ Bytes expectedStsc()
     return expectedAtom("stsc", w.bytes());
 }
 
-}  // namespace quillora::test
+std::string ffmpegDefaultStreamErrors(const std::filesystem::path& path)
+{
+    const auto result = runCommand("ffmpeg -nostdin -v error -i " + shellQuote(path.string()) + " -f null -");
+    return result.status == 0 ? result.output : "status " + std::to_string(result.status) + ": " + result.output;
+}
+
+} // namespace quillora::test
