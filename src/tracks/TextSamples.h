@@ -1,0 +1,29 @@
+// The bytes of one text sample of each text track, and the arithmetic of
+// their durations.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "foundation/Bytes.h"
+
+namespace quillora
+{
+
+// Length (16 bits), the UTF-8 name, then an 'encd' atom.
+Bytes chapterSample(std::string_view name);
+// Length, the UTF-8 title, then an 'href' atom whose end character is the
+// URL's byte length and whose URL length byte is that length modulo 256.
+Bytes linkSample(std::string_view title, std::string_view url);
+// Length and the text, nothing after it.
+Bytes notesSample(std::string_view asciiText);
+
+// The text when it is all ASCII; otherwise the encoding gives nothing.
+std::string asciiOrEmpty(std::string_view text);
+
+// The hyperlink and notes tracks compute a duration in 16 bits and widen
+// it with its sign, so a gap of 40000 becomes 0xFFFF9C40.
+std::uint32_t sixteenBitDuration(std::int64_t start, std::int64_t end);
+
+} // namespace quillora
