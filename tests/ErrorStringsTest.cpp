@@ -50,10 +50,10 @@ TEST(ErrorStrings, ShippedTableHasTextsForEveryExportReason)
 {
     const auto sourceFolder = test::fixture("").parent_path().parent_path().parent_path();
     auto table = ErrorStrings::fromFile(sourceFolder / "resources/errorStrings.strings");
-    for (const char* reason : {"Could not add chapters", "Could not add the images", "Could not add metadata.",
-                               "Could not create the new movie file.", "Could not find source file",
-                               "could not create the XML file", "Could not create the podcast file",
-                               "Could not generate m4b file"}) {
+    for (const char* reason :
+         {"Could not add chapters", "Could not add the images", "Could not add metadata.",
+          "Could not create the new movie file.", "Could not find source file", "could not create the XML file",
+          "Could not create the podcast file", "Could not generate m4b file"}) {
         const std::string key(reason);
         EXPECT_NE(table.lookup(key), key) << reason;
         EXPECT_NE(table.lookup(key + "-recovery"), key + "-recovery") << reason;
@@ -75,8 +75,9 @@ TEST(ErrorStrings, ProcessTableStartsEmptyAndOutlivesItsReplacement)
 
     ErrorStrings::setErrorStrings(std::make_shared<ErrorStrings>(ErrorStrings::fromText("\"k\" = \"first\";")));
     auto held = ErrorStrings::errorStrings();
-    std::thread installer(
-        [] { ErrorStrings::setErrorStrings(std::make_shared<ErrorStrings>(ErrorStrings::fromText("\"k\" = \"second\";"))); });
+    std::thread installer([] {
+        ErrorStrings::setErrorStrings(std::make_shared<ErrorStrings>(ErrorStrings::fromText("\"k\" = \"second\";")));
+    });
     installer.join();
     EXPECT_EQ(held->lookup("k"), "first");
     EXPECT_EQ(ErrorStrings::errorStrings()->lookup("k"), "second");

@@ -12,7 +12,8 @@
 using namespace quillora;
 using toolbox::readMovieContents;
 
-namespace {
+namespace
+{
 
 Bytes atomOf(const char* type, const Bytes& payload)
 {
@@ -24,7 +25,8 @@ Bytes atomOf(const char* type, const Bytes& payload)
 Bytes concat(std::initializer_list<Bytes> parts)
 {
     Bytes all;
-    for (const auto& part : parts) all.insert(all.end(), part.begin(), part.end());
+    for (const auto& part : parts)
+        all.insert(all.end(), part.begin(), part.end());
     return all;
 }
 
@@ -53,13 +55,16 @@ Bytes trackAtom(const TrackPlan& plan, std::uint32_t firstSampleOffset)
     stsd.putU32BE(0).putU32BE(1).putBytes(plan.sampleDescription);
     ByteWriter stsc;
     stsc.putU32BE(0).putU32BE(static_cast<std::uint32_t>(plan.chunkRuns.size()));
-    for (auto [first, perChunk] : plan.chunkRuns) stsc.putU32BE(first).putU32BE(perChunk).putU32BE(1);
+    for (auto [first, perChunk] : plan.chunkRuns)
+        stsc.putU32BE(first).putU32BE(perChunk).putU32BE(1);
     ByteWriter stsz;
     stsz.putU32BE(0).putU32BE(0).putU32BE(static_cast<std::uint32_t>(plan.samples.size()));
-    for (const auto& sample : plan.samples) stsz.putU32BE(static_cast<std::uint32_t>(sample.size()));
+    for (const auto& sample : plan.samples)
+        stsz.putU32BE(static_cast<std::uint32_t>(sample.size()));
     ByteWriter stts;
     stts.putU32BE(0).putU32BE(static_cast<std::uint32_t>(plan.durations.size()));
-    for (auto duration : plan.durations) stts.putU32BE(1).putU32BE(duration);
+    for (auto duration : plan.durations)
+        stts.putU32BE(1).putU32BE(duration);
 
     // Chunk offsets follow from the runs and the sample sizes.
     std::vector<std::uint32_t> chunkOffsets;
@@ -78,13 +83,14 @@ Bytes trackAtom(const TrackPlan& plan, std::uint32_t firstSampleOffset)
     }
     ByteWriter stco;
     stco.putU32BE(0).putU32BE(static_cast<std::uint32_t>(chunkOffsets.size()));
-    for (auto chunkOffset : chunkOffsets) stco.putU32BE(chunkOffset);
+    for (auto chunkOffset : chunkOffsets)
+        stco.putU32BE(chunkOffset);
 
-    const Bytes stbl = atomOf("stbl", concat({atomOf("stsd", stsd.bytes()), atomOf("stsc", stsc.bytes()),
-                                              atomOf("stsz", stsz.bytes()), atomOf("stts", stts.bytes()),
-                                              atomOf("stco", stco.bytes())}));
-    const Bytes mdia = atomOf("mdia", concat({atomOf("mdhd", mdhd.bytes()), atomOf("hdlr", hdlr.bytes()),
-                                              atomOf("minf", stbl)}));
+    const Bytes stbl =
+        atomOf("stbl", concat({atomOf("stsd", stsd.bytes()), atomOf("stsc", stsc.bytes()), atomOf("stsz", stsz.bytes()),
+                               atomOf("stts", stts.bytes()), atomOf("stco", stco.bytes())}));
+    const Bytes mdia =
+        atomOf("mdia", concat({atomOf("mdhd", mdhd.bytes()), atomOf("hdlr", hdlr.bytes()), atomOf("minf", stbl)}));
     return atomOf("trak", concat({atomOf("tkhd", tkhd.bytes()), plan.trackReference, mdia}));
 }
 
@@ -116,16 +122,42 @@ Bytes handBuiltLecture()
     ByteWriter chap;
     chap.putU32BE(16).putString("chap").putU32BE(2).putU32BE(3);
     std::vector<TrackPlan> plans{
-        {1, "soun", atomOf("mp4a", Bytes(28, 0)), {Bytes(40, 1), Bytes(40, 2)}, {900, 900}, {{1, 2}}, atomOf("tref", chap.bytes())},
-        {2, "text", atomOf("text", Bytes(51, 0)), {textSample("Welcome"), textSample("  Optics"), textSample("Chapter 3")},
-         {900, 600, 300}, {{1, 2}, {2, 1}}, {}},
-        {3, "vide", pictureDescription("jpeg", 640, 480), {Bytes(100, 0xFF), Bytes(120, 0xFF), Bytes(90, 0xFF)},
-         {900, 600, 300}, {{1, 1}}, {}},
-        {4, "text", atomOf("tx3g", Bytes(40, 0)),
+        {1,
+         "soun",
+         atomOf("mp4a", Bytes(28, 0)),
+         {Bytes(40, 1), Bytes(40, 2)},
+         {900, 900},
+         {{1, 2}},
+         atomOf("tref", chap.bytes())},
+        {2,
+         "text",
+         atomOf("text", Bytes(51, 0)),
+         {textSample("Welcome"), textSample("  Optics"), textSample("Chapter 3")},
+         {900, 600, 300},
+         {{1, 2}, {2, 1}},
+         {}},
+        {3,
+         "vide",
+         pictureDescription("jpeg", 640, 480),
+         {Bytes(100, 0xFF), Bytes(120, 0xFF), Bytes(90, 0xFF)},
+         {900, 600, 300},
+         {{1, 1}},
+         {}},
+        {4,
+         "text",
+         atomOf("tx3g", Bytes(40, 0)),
          {textSample("Syllabus", "https://example.org/syllabus", true), textSample("", "", true),
           textSample("Lab \xC3\xA9t\xC3\xA9", "https://example.org/lab", true)},
-         {900, 600, 300}, {{1, 1}}, {}},
-        {5, "text", atomOf("tx3g", Bytes(40, 0)), {textSample("Speak slowly"), textSample("")}, {1500, 300}, {{1, 1}}, {}},
+         {900, 600, 300},
+         {{1, 1}},
+         {}},
+        {5,
+         "text",
+         atomOf("tx3g", Bytes(40, 0)),
+         {textSample("Speak slowly"), textSample("")},
+         {1500, 300},
+         {{1, 1}},
+         {}},
     };
 
     const Bytes ftyp = atomOf("ftyp", concat({Bytes{'M', '4', 'A', ' ', 0, 0, 0, 0}}));
@@ -133,7 +165,8 @@ Bytes handBuiltLecture()
     Bytes traks;
     for (const auto& plan : plans) {
         const auto firstOffset = static_cast<std::uint32_t>(ftyp.size() + 8 + media.size());
-        for (const auto& sample : plan.samples) media.insert(media.end(), sample.begin(), sample.end());
+        for (const auto& sample : plan.samples)
+            media.insert(media.end(), sample.begin(), sample.end());
         traks = concat({traks, trackAtom(plan, firstOffset)});
     }
     ByteWriter mvhd;
@@ -147,7 +180,7 @@ Bytes handBuiltLecture()
     return concat({ftyp, atomOf("mdat", media), atomOf("moov", concat({atomOf("mvhd", mvhd.bytes()), traks, udta}))});
 }
 
-}  // namespace
+} // namespace
 
 TEST(MovieContents, ReadsEveryKindOfTrackOfAHandBuiltLecture)
 {
@@ -167,9 +200,9 @@ TEST(MovieContents, ReadsEveryKindOfTrackOfAHandBuiltLecture)
 
     EXPECT_EQ(contents.chapters.trackID, 2u);
     ASSERT_EQ(contents.chapters.samples.size(), 3u);
-    EXPECT_EQ(contents.chapters.samples[1].text, "  Optics");  // second sample of the first chunk
+    EXPECT_EQ(contents.chapters.samples[1].text, "  Optics"); // second sample of the first chunk
     EXPECT_DOUBLE_EQ(contents.chapters.samples[1].start, 1.5);
-    EXPECT_EQ(contents.chapters.samples[2].text, "Chapter 3");  // the second chunk
+    EXPECT_EQ(contents.chapters.samples[2].text, "Chapter 3"); // the second chunk
     EXPECT_DOUBLE_EQ(contents.chapters.samples[2].start, 2.5);
     EXPECT_DOUBLE_EQ(contents.chapters.samples[2].duration, 0.5);
 
@@ -212,7 +245,7 @@ TEST(MovieContents, ReadsChaptersAndTagsThatFfmpegWrote)
     const auto contents = readMovieContents(path);
     ASSERT_EQ(contents.tracks.size(), 2u);
     EXPECT_EQ(contents.tracks[0].handlerType, fourCC("soun"));
-    EXPECT_GT(contents.tracks[0].sampleCount, 100u);  // about 3 s of 1024-sample AAC frames at 44.1 kHz
+    EXPECT_GT(contents.tracks[0].sampleCount, 100u); // about 3 s of 1024-sample AAC frames at 44.1 kHz
     EXPECT_EQ(contents.chapters.trackID, contents.tracks[1].trackID);
     ASSERT_EQ(contents.chapters.samples.size(), 2u);
     EXPECT_EQ(contents.chapters.samples[0].text, "Introduction");
@@ -222,9 +255,12 @@ TEST(MovieContents, ReadsChaptersAndTagsThatFfmpegWrote)
     EXPECT_EQ(contents.notes.trackID, 0u);
 
     std::map<std::string, std::string> tags;
-    for (const auto& tag : contents.tags) tags[stringFromFourCC(tag.type)] = tag.value;
+    for (const auto& tag : contents.tags)
+        tags[stringFromFourCC(tag.type)] = tag.value;
     EXPECT_EQ(tags["\xC2\xA9nam"], "Week 3");
-    EXPECT_EQ(tags["\xC2\xA9" "ART"], "Dr. Roy");
+    EXPECT_EQ(tags["\xC2\xA9"
+                   "ART"],
+              "Dr. Roy");
 }
 
 TEST(MovieContents, DamagedFilesAreReportedNeverOverrun)
@@ -242,11 +278,11 @@ TEST(MovieContents, DamagedFilesAreReportedNeverOverrun)
     ASSERT_EQ(chunkTables.size(), 5u);
     const auto moovOffset = static_cast<std::size_t>(toolbox::readAtomTree(path).find({atom::moov})->offset);
     Bytes moved = lecture;
-    std::fill_n(moved.begin() + chunkTables[1] + 16, 4, 0x7F);  // the chapter track's first chunk
+    std::fill_n(moved.begin() + chunkTables[1] + 16, 4, 0x7F); // the chapter track's first chunk
     test::writeFile(path, moved);
     auto contents = readMovieContents(path);
     EXPECT_FALSE(contents.problems.empty());
-    EXPECT_EQ(contents.chapters.samples.size(), 1u);  // only the second chunk's sample is in the file
+    EXPECT_EQ(contents.chapters.samples.size(), 1u); // only the second chunk's sample is in the file
     EXPECT_EQ(contents.links.samples.size(), 3u);
 
     // Every cut and every overwritten byte gives contents or NotAMovie, nothing else.

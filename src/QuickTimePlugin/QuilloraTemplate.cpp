@@ -2,9 +2,11 @@
 
 #include "foundation/PropertyList.h"
 
-namespace quillora {
+namespace quillora
+{
 
-namespace {
+namespace
+{
 
 std::optional<std::string> textOf(const Value& value)
 {
@@ -12,12 +14,14 @@ std::optional<std::string> textOf(const Value& value)
     return std::nullopt;
 }
 
-Value valueOf(std::optional<std::string> text) { return text ? Value(std::move(*text)) : Value(); }
+Value valueOf(std::optional<std::string> text)
+{
+    return text ? Value(std::move(*text)) : Value();
+}
 
-}  // namespace
+} // namespace
 
-template <typename Template>
-auto& QuilloraTemplate::field(Template& self, std::string_view key)
+template <typename Template> auto& QuilloraTemplate::field(Template& self, std::string_view key)
 {
     if (key == kQuilloraTemplateNameKey) return self.name_;
     if (key == kQuilloraTemplateFormatKey) return self.format_;
@@ -47,15 +51,36 @@ Value QuilloraTemplate::dictionaryRepresentation() const
                               {std::string(kQuilloraTemplateTagsKey), tags_}});
 }
 
-Value QuilloraTemplate::objectForKey(std::string_view key) const { return field(*this, key); }
+Value QuilloraTemplate::objectForKey(std::string_view key) const
+{
+    return field(*this, key);
+}
 
-void QuilloraTemplate::setObject(Value object, std::string_view key) { field(*this, key) = std::move(object); }
+void QuilloraTemplate::setObject(Value object, std::string_view key)
+{
+    field(*this, key) = std::move(object);
+}
 
-std::optional<std::string> QuilloraTemplate::name() const { return textOf(name_); }
-void QuilloraTemplate::setName(std::optional<std::string> name) { name_ = valueOf(std::move(name)); }
-std::optional<std::string> QuilloraTemplate::format() const { return textOf(format_); }
-void QuilloraTemplate::setFormat(std::optional<std::string> format) { format_ = valueOf(std::move(format)); }
-std::optional<std::string> QuilloraTemplate::pluginClassName() const { return textOf(pluginClassName_); }
+std::optional<std::string> QuilloraTemplate::name() const
+{
+    return textOf(name_);
+}
+void QuilloraTemplate::setName(std::optional<std::string> name)
+{
+    name_ = valueOf(std::move(name));
+}
+std::optional<std::string> QuilloraTemplate::format() const
+{
+    return textOf(format_);
+}
+void QuilloraTemplate::setFormat(std::optional<std::string> format)
+{
+    format_ = valueOf(std::move(format));
+}
+std::optional<std::string> QuilloraTemplate::pluginClassName() const
+{
+    return textOf(pluginClassName_);
+}
 void QuilloraTemplate::setPluginClassName(std::optional<std::string> pluginClassName)
 {
     pluginClassName_ = valueOf(std::move(pluginClassName));
@@ -78,4 +103,4 @@ void QuilloraTemplate::writeToFile(const std::filesystem::path& path) const
     writePropertyListFile(path, stored);
 }
 
-}  // namespace quillora
+} // namespace quillora

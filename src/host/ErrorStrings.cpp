@@ -6,14 +6,17 @@
 
 #include "foundation/PropertyList.h"
 
-namespace quillora {
+namespace quillora
+{
 
-namespace {
+namespace
+{
 
 // Reads the tokens of a strings file: quoted strings, '=' and ';', with
 // comments and blanks skipped in between.
-class StringsScanner {
-public:
+class StringsScanner
+{
+  public:
     explicit StringsScanner(std::string_view text) : text_(text)
     {
         constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
@@ -46,11 +49,12 @@ public:
     void expect(char punctuation)
     {
         skipBlanksAndComments();
-        if (position_ >= text_.size() || text_[position_] != punctuation) fail(fmt::format("expected '{}'", punctuation));
+        if (position_ >= text_.size() || text_[position_] != punctuation)
+            fail(fmt::format("expected '{}'", punctuation));
         ++position_;
     }
 
-private:
+  private:
     char escapedCharacter()
     {
         if (position_ >= text_.size()) fail("the text ends inside an escape");
@@ -80,7 +84,8 @@ private:
             } else if (rest.starts_with("/*")) {
                 const auto end = rest.find("*/", 2);
                 if (end == std::string_view::npos) fail("a comment is not closed");
-                for (char c : rest.substr(0, end)) line_ += c == '\n' ? 1 : 0;
+                for (char c : rest.substr(0, end))
+                    line_ += c == '\n' ? 1 : 0;
                 position_ += end + 2;
             } else if (rest.front() == '\n') {
                 ++line_;
@@ -106,7 +111,7 @@ private:
 std::mutex installedTableMutex;
 std::shared_ptr<const ErrorStrings> installedTable = std::make_shared<ErrorStrings>();
 
-}  // namespace
+} // namespace
 
 ErrorStrings ErrorStrings::fromText(std::string_view text)
 {
@@ -147,4 +152,4 @@ std::shared_ptr<const ErrorStrings> ErrorStrings::errorStrings()
     return installedTable;
 }
 
-}  // namespace quillora
+} // namespace quillora

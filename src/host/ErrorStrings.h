@@ -21,10 +21,12 @@
 #include <string>
 #include <string_view>
 
-namespace quillora {
+namespace quillora
+{
 
-class ErrorStrings {
-public:
+class ErrorStrings
+{
+  public:
     ErrorStrings() = default;
 
     // Throws FormatError naming the line of the first mistake.
@@ -42,8 +44,8 @@ public:
     static void setErrorStrings(std::shared_ptr<const ErrorStrings> table);
     static std::shared_ptr<const ErrorStrings> errorStrings();
 
-private:
+  private:
     std::map<std::string, std::string, std::less<>> strings_;
 };
 
-}  // namespace quillora
+} // namespace quillora

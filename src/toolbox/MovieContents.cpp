@@ -13,9 +13,11 @@
 #include "toolbox/SampleTable.h"
 #include "toolbox/TextSample.h"
 
-namespace quillora::toolbox {
+namespace quillora::toolbox
+{
 
-namespace {
+namespace
+{
 
 constexpr std::uint32_t kChapterReference = fourCC("chap");
 constexpr std::uint32_t kTextHandler = fourCC("text");
@@ -43,7 +45,10 @@ std::optional<AtomNode> descend(const AtomTree& tree, AtomNode node, std::initia
     return node;
 }
 
-bool isTextHandler(std::uint32_t handler) { return handler == kTextHandler || handler == kSubtitleHandler; }
+bool isTextHandler(std::uint32_t handler)
+{
+    return handler == kTextHandler || handler == kSubtitleHandler;
+}
 
 struct Track {
     MovieTrack header;
@@ -76,8 +81,8 @@ ReadTextTrack readTextTrack(FileHandle& file, const AtomTree& tree, const Track&
         const Bytes bytes = file.readDataOfLength(location.size);
         const TextSample sample = parseTextSample(bytes);
         if (sample.truncated) {
-            problems.push_back(fmt::format("track {}: the sample at offset {} is cut short", track.header.trackID,
-                                           location.offset));
+            problems.push_back(
+                fmt::format("track {}: the sample at offset {} is cut short", track.header.trackID, location.offset));
         }
         result.carriesLinks = result.carriesLinks || sample.url.has_value();
         result.contents.samples.push_back(TimedText{scale == 0 ? 0 : location.time / scale,
@@ -96,10 +101,10 @@ std::optional<PictureTrack> readPictureTrack(FileHandle& file, const AtomTree& t
     try {
         const Bytes payload = readAtomPayload(file, *stsd);
         ByteReader reader(payload);
-        reader.skip(8);  // version, flags and entry count
-        reader.skip(4);  // the entry's size
+        reader.skip(8); // version, flags and entry count
+        reader.skip(4); // the entry's size
         PictureTrack pictures{track.header.trackID, reader.getU32BE(), 0, 0, 0};
-        reader.skip(6 + 2 + 2 + 2 + 4 + 4 + 4);  // up to the width
+        reader.skip(6 + 2 + 2 + 2 + 4 + 4 + 4); // up to the width
         pictures.width = reader.getU16BE();
         pictures.height = reader.getU16BE();
         pictures.count = sampleCount(file, tree, *track.stbl);
@@ -117,7 +122,8 @@ std::string tagValue(std::uint32_t itemType, const Bytes& data)
     if (kind == kUtf8Data) return std::string(value.begin(), value.end());
     if (kind == kSignedIntegerData && !value.empty() && value.size() <= 8) {
         std::int64_t number = static_cast<std::int8_t>(value[0]);
-        for (std::size_t i = 1; i < value.size(); ++i) number = number * 256 + value[i];
+        for (std::size_t i = 1; i < value.size(); ++i)
+            number = number * 256 + value[i];
         return std::to_string(number);
     }
     if ((itemType == kTrackNumber || itemType == kDiscNumber) && value.size() >= 6) {
@@ -143,12 +149,13 @@ std::vector<std::uint32_t> chapterReferences(FileHandle& file, const AtomTree& t
     std::vector<std::uint32_t> ids;
     if (auto chap = descend(tree, first.trak, {atom::tref, kChapterReference})) {
         const Bytes payload = readAtomPayload(file, *chap);
-        for (std::size_t at = 0; at + 4 <= payload.size(); at += 4) ids.push_back(readU32BE(payload.data() + at));
+        for (std::size_t at = 0; at + 4 <= payload.size(); at += 4)
+            ids.push_back(readU32BE(payload.data() + at));
     }
     return ids;
 }
 
-}  // namespace
+} // namespace
 
 MovieContents readMovieContents(const std::filesystem::path& path)
 {
@@ -169,7 +176,8 @@ MovieContents readMovieContents(const std::filesystem::path& path)
     std::vector<Track> tracks;
     for (const auto& trak : tree.childrenOf(*tree.find({atom::moov}))) {
         if (trak.type != atom::trak || tracks.size() >= movie->tracks().size()) continue;
-        tracks.push_back(Track{movie->tracks()[tracks.size()], trak, descend(tree, trak, {atom::mdia, atom::minf, atom::stbl})});
+        tracks.push_back(
+            Track{movie->tracks()[tracks.size()], trak, descend(tree, trak, {atom::mdia, atom::minf, atom::stbl})});
     }
     for (const auto& track : tracks) {
         contents.tracks.push_back(TrackSummary{
@@ -198,4 +206,4 @@ MovieContents readMovieContents(const std::filesystem::path& path)
     return contents;
 }
 
-}  // namespace quillora::toolbox
+} // namespace quillora::toolbox

@@ -5,14 +5,19 @@
 #include "foundation/Bytes.h"
 #include "foundation/FourCC.h"
 
-namespace quillora::toolbox {
+namespace quillora::toolbox
+{
 
-namespace {
+namespace
+{
 
 constexpr std::uint32_t kHref = fourCC("href");
-constexpr std::size_t kHrefFixedBytes = 14;  // header, start, end, URL length, alternate-text length
+constexpr std::size_t kHrefFixedBytes = 14; // header, start, end, URL length, alternate-text length
 
-std::string textOf(std::span<const std::uint8_t> bytes) { return std::string(bytes.begin(), bytes.end()); }
+std::string textOf(std::span<const std::uint8_t> bytes)
+{
+    return std::string(bytes.begin(), bytes.end());
+}
 
 // The URL of an 'href' payload. Its length byte keeps only the low eight
 // bits of a long URL's length, so when the atom's size is larger by a whole
@@ -27,7 +32,7 @@ std::optional<std::string> urlOf(std::span<const std::uint8_t> atom)
     return textOf(reader.getBytes(std::min(length, reader.remaining())));
 }
 
-}  // namespace
+} // namespace
 
 TextSample parseTextSample(std::span<const std::uint8_t> sample)
 {
@@ -58,4 +63,4 @@ TextSample parseTextSample(std::span<const std::uint8_t> sample)
     return parsed;
 }
 
-}  // namespace quillora::toolbox
+} // namespace quillora::toolbox
