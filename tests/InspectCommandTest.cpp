@@ -33,7 +33,7 @@ TEST(InspectCommand, PrintsTracksChaptersAndTags)
     auto result = test::runQuillora("inspect " + test::shellQuote(lectureWithChapters(folder).string()));
     EXPECT_EQ(result.status, 0) << result.output;
     EXPECT_NE(result.output.find("Duration: 4.0"), std::string::npos) << result.output;
-    EXPECT_NE(result.output.find("Chapters (track 2, 2)"), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find("Chapters: 2 in track 2"), std::string::npos) << result.output;
     EXPECT_NE(result.output.find("      2.000      2.000  Refraction\n"), std::string::npos) << result.output;
     EXPECT_NE(result.output.find("  \xC2\xA9nam  Optics, week 3\n"), std::string::npos) << result.output;
     EXPECT_NE(result.output.find("Pictures: none"), std::string::npos) << result.output;

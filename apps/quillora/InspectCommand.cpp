@@ -18,7 +18,7 @@ void printTimedTexts(std::ostream& out, const char* heading, const toolbox::Text
         out << fmt::format("\n{}: none\n", heading);
         return;
     }
-    out << fmt::format("\n{} (track {}, {})\n", heading, track.trackID, track.samples.size());
+    out << fmt::format("\n{}: {} in track {}\n", heading, track.samples.size(), track.trackID);
     out << fmt::format("  {:>9}  {:>9}  {}{}\n", "start", "duration", "text", withURLs ? "  ->  url" : "");
     for (const auto& sample : track.samples) {
         out << fmt::format("  {:>9.3f}  {:>9.3f}  {}", sample.start, sample.duration, sample.text);

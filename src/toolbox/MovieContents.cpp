@@ -69,10 +69,11 @@ ReadTextTrack readTextTrack(FileHandle& file, const AtomTree& tree, const Track&
     if (!track.stbl) return result;
     const double scale = track.header.mediaTimeScale;
     if (scale == 0) problems.push_back(fmt::format("track {} has no media time scale", track.header.trackID));
-    const std::int64_t fileLength = file.length();
+    const auto fileLength = static_cast<std::uint64_t>(file.length());
     for (const auto& location : readSampleLocations(file, tree, *track.stbl, problems)) {
-        if (location.size > kMaximumTextSampleSize ||
-            location.offset + location.size > static_cast<std::uint64_t>(fileLength)) {
+        // Compared without adding, so that a 64-bit offset near the top cannot wrap around.
+        if (location.size > kMaximumTextSampleSize || location.offset > fileLength ||
+            location.size > fileLength - location.offset) {
             problems.push_back(fmt::format("track {}: a sample of {} bytes at offset {} lies outside the file",
                                            track.header.trackID, location.size, location.offset));
             continue;
