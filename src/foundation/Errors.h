@@ -4,10 +4,16 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "foundation/Value.h"
 
 namespace quillora {
+
+// The user-info keys of an error record's texts, as the host's alerts read them.
+inline constexpr const char* kLocalizedDescriptionKey = "NSLocalizedDescription";
+inline constexpr const char* kLocalizedRecoverySuggestionKey = "NSLocalizedRecoverySuggestion";
+inline constexpr const char* kLocalizedRecoveryOptionsKey = "NSLocalizedRecoveryOptions";
 
 // What reaches the user: a domain, a code and a user-info dictionary holding
 // the localized description, recovery suggestion and recovery options.
@@ -16,10 +22,22 @@ struct ErrorRecord {
     std::int64_t code = 0;
     Value userInfo = Value::dictionary();
 
-    std::string localizedDescription() const { return userInfo.stringForKey("NSLocalizedDescription").value_or(""); }
+    std::string localizedDescription() const { return userInfo.stringForKey(kLocalizedDescriptionKey).value_or(""); }
     std::string localizedRecoverySuggestion() const
     {
-        return userInfo.stringForKey("NSLocalizedRecoverySuggestion").value_or("");
+        return userInfo.stringForKey(kLocalizedRecoverySuggestionKey).value_or("");
+    }
+    // The button titles, in order; empty when the record offers none.
+    std::vector<std::string> localizedRecoveryOptions() const
+    {
+        std::vector<std::string> options;
+        const Value* stored = userInfo.get(kLocalizedRecoveryOptionsKey);
+        if (auto items = stored ? stored->asArray() : nullptr) {
+            for (const auto& item : *items) {
+                if (const auto* title = item.asString()) options.push_back(*title);
+            }
+        }
+        return options;
     }
 };
 

@@ -39,6 +39,22 @@ bool readTimes(const Bytes& header, std::uint32_t& timeScale, std::uint64_t& dur
     }
 }
 
+// Track ID and duration; version 1 headers carry 64-bit times.
+void readTrackHeader(const Bytes& header, MovieTrack& track)
+{
+    try {
+        ByteReader reader(header);
+        reader.skip(8);
+        const bool longTimes = reader.getU8() == 1;
+        reader.skip(3 + (longTimes ? 16 : 8));
+        track.trackID = reader.getU32BE();
+        reader.skip(4);
+        track.duration = longTimes ? reader.getU64BE() : reader.getU32BE();
+    } catch (const std::out_of_range&) {
+        // A short header leaves what it did not hold at zero.
+    }
+}
+
 }  // namespace
 
 std::unique_ptr<Movie> Movie::movieWithFile(const std::filesystem::path& path, std::string* error)
@@ -64,7 +80,7 @@ std::unique_ptr<Movie> Movie::movieWithFile(const std::filesystem::path& path, s
             for (const auto& child : tree.childrenOf(trak)) {
                 if (child.type == atom::tkhd) {
                     Bytes tkhd = readAtom(file, child);
-                    if (tkhd.size() >= 24) track.trackID = readU32BE(tkhd.data() + (tkhd[8] == 1 ? 28 : 20));
+                    readTrackHeader(tkhd, track);
                 } else if (child.type == atom::mdia) {
                     for (const auto& media : tree.childrenOf(child)) {
                         Bytes bytes = readAtom(file, media);

@@ -17,6 +17,7 @@ struct MovieTrack {
     std::uint32_t handlerType = 0;  // 'soun', 'text', 'vide', ...
     std::uint32_t mediaTimeScale = 0;
     std::uint64_t mediaDuration = 0;
+    std::uint64_t duration = 0;  // from the track header, in the movie's time scale
 };
 
 class Movie {

@@ -1,0 +1,210 @@
+#include "toolbox/MovieContents.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <optional>
+
+#include "foundation/Bytes.h"
+#include "foundation/FileHandle.h"
+#include "foundation/FourCC.h"
+#include "toolbox/AtomTree.h"
+#include "toolbox/Movie.h"
+#include "toolbox/SampleTable.h"
+#include "toolbox/TextSample.h"
+
+namespace quillora::toolbox
+{
+
+namespace
+{
+
+constexpr std::uint32_t kChapterReference = fourCC("chap");
+constexpr std::uint32_t kTextHandler = fourCC("text");
+constexpr std::uint32_t kSubtitleHandler = fourCC("sbtl");
+constexpr std::uint32_t kVideoHandler = fourCC("vide");
+constexpr std::uint32_t kItemData = fourCC("data");
+constexpr std::uint32_t kTrackNumber = fourCC("trkn");
+constexpr std::uint32_t kDiscNumber = fourCC("disk");
+
+// A text sample holds at most a 16-bit length of text and a few modifier
+// atoms; anything much larger is damage, not a caption.
+constexpr std::uint32_t kMaximumTextSampleSize = 1 << 20;
+
+constexpr std::uint32_t kUtf8Data = 1;
+constexpr std::uint32_t kSignedIntegerData = 21;
+
+std::optional<AtomNode> descend(const AtomTree& tree, AtomNode node, std::initializer_list<std::uint32_t> path)
+{
+    for (std::uint32_t type : path) {
+        const auto children = tree.childrenOf(node);
+        auto found = std::find_if(children.begin(), children.end(), [type](const auto& c) { return c.type == type; });
+        if (found == children.end()) return std::nullopt;
+        node = *found;
+    }
+    return node;
+}
+
+bool isTextHandler(std::uint32_t handler)
+{
+    return handler == kTextHandler || handler == kSubtitleHandler;
+}
+
+struct Track {
+    MovieTrack header;
+    AtomNode trak;
+    std::optional<AtomNode> stbl;
+};
+
+struct ReadTextTrack {
+    TextTrackContents contents;
+    bool carriesLinks = false;
+};
+
+ReadTextTrack readTextTrack(FileHandle& file, const AtomTree& tree, const Track& track,
+                            std::vector<std::string>& problems)
+{
+    ReadTextTrack result;
+    result.contents.trackID = track.header.trackID;
+    if (!track.stbl) return result;
+    const double scale = track.header.mediaTimeScale;
+    if (scale == 0) problems.push_back(fmt::format("track {} has no media time scale", track.header.trackID));
+    const auto fileLength = static_cast<std::uint64_t>(file.length());
+    for (const auto& location : readSampleLocations(file, tree, *track.stbl, problems)) {
+        // Compared without adding, so that a 64-bit offset near the top cannot wrap around.
+        if (location.size > kMaximumTextSampleSize || location.offset > fileLength ||
+            location.size > fileLength - location.offset) {
+            problems.push_back(fmt::format("track {}: a sample of {} bytes at offset {} lies outside the file",
+                                           track.header.trackID, location.size, location.offset));
+            continue;
+        }
+        file.seekToFileOffset(static_cast<std::int64_t>(location.offset));
+        const Bytes bytes = file.readDataOfLength(location.size);
+        const TextSample sample = parseTextSample(bytes);
+        if (sample.truncated) {
+            problems.push_back(
+                fmt::format("track {}: the sample at offset {} is cut short", track.header.trackID, location.offset));
+        }
+        result.carriesLinks = result.carriesLinks || sample.url.has_value();
+        result.contents.samples.push_back(TimedText{scale == 0 ? 0 : location.time / scale,
+                                                    scale == 0 ? 0 : location.duration / scale, sample.text,
+                                                    sample.url.value_or("")});
+    }
+    return result;
+}
+
+// The format and size of the first sample description of a picture track.
+std::optional<PictureTrack> readPictureTrack(FileHandle& file, const AtomTree& tree, const Track& track)
+{
+    if (!track.stbl) return std::nullopt;
+    auto stsd = descend(tree, *track.stbl, {atom::stsd});
+    if (!stsd) return std::nullopt;
+    try {
+        const Bytes payload = readAtomPayload(file, *stsd);
+        ByteReader reader(payload);
+        reader.skip(8); // version, flags and entry count
+        reader.skip(4); // the entry's size
+        PictureTrack pictures{track.header.trackID, reader.getU32BE(), 0, 0, 0};
+        reader.skip(6 + 2 + 2 + 2 + 4 + 4 + 4); // up to the width
+        pictures.width = reader.getU16BE();
+        pictures.height = reader.getU16BE();
+        pictures.count = sampleCount(file, tree, *track.stbl);
+        return pictures;
+    } catch (const std::out_of_range&) {
+        return std::nullopt;
+    }
+}
+
+std::string tagValue(std::uint32_t itemType, const Bytes& data)
+{
+    if (data.size() < 8) return "";
+    const std::uint32_t kind = readU32BE(data.data()) & 0x00FFFFFF;
+    const std::span<const std::uint8_t> value(data.begin() + 8, data.end());
+    if (kind == kUtf8Data) return std::string(value.begin(), value.end());
+    if (kind == kSignedIntegerData && !value.empty() && value.size() <= 8) {
+        std::int64_t number = static_cast<std::int8_t>(value[0]);
+        for (std::size_t i = 1; i < value.size(); ++i)
+            number = number * 256 + value[i];
+        return std::to_string(number);
+    }
+    if ((itemType == kTrackNumber || itemType == kDiscNumber) && value.size() >= 6) {
+        return fmt::format("{}/{}", (value[2] << 8) | value[3], (value[4] << 8) | value[5]);
+    }
+    return fmt::format("({} bytes of data)", value.size());
+}
+
+std::vector<TagItem> readTags(FileHandle& file, const AtomTree& tree)
+{
+    std::vector<TagItem> tags;
+    auto ilst = tree.find({atom::moov, atom::udta, atom::meta, atom::ilst});
+    if (!ilst) return tags;
+    for (const auto& item : tree.childrenOf(*ilst)) {
+        auto data = descend(tree, item, {kItemData});
+        tags.push_back(TagItem{item.type, data ? tagValue(item.type, readAtomPayload(file, *data)) : ""});
+    }
+    return tags;
+}
+
+std::vector<std::uint32_t> chapterReferences(FileHandle& file, const AtomTree& tree, const Track& first)
+{
+    std::vector<std::uint32_t> ids;
+    if (auto chap = descend(tree, first.trak, {atom::tref, kChapterReference})) {
+        const Bytes payload = readAtomPayload(file, *chap);
+        for (std::size_t at = 0; at + 4 <= payload.size(); at += 4)
+            ids.push_back(readU32BE(payload.data() + at));
+    }
+    return ids;
+}
+
+} // namespace
+
+MovieContents readMovieContents(const std::filesystem::path& path)
+{
+    FileHandle file(path, FileHandle::Mode::Reading);
+    const AtomTree tree = readAtomTree(file);
+    if (!tree.find({atom::moov, atom::mvhd})) {
+        throw NotAMovie(tree.atoms.empty() ? "no atoms could be read" : "it has no movie header");
+    }
+    std::string error;
+    const auto movie = Movie::movieWithFile(path, &error);
+    if (!movie) throw NotAMovie(error);
+
+    MovieContents contents;
+    contents.problems = tree.problems;
+    contents.timeScale = movie->timeScale();
+    contents.seconds = movie->timeScale() == 0 ? 0 : static_cast<double>(movie->duration()) / movie->timeScale();
+
+    std::vector<Track> tracks;
+    for (const auto& trak : tree.childrenOf(*tree.find({atom::moov}))) {
+        if (trak.type != atom::trak || tracks.size() >= movie->tracks().size()) continue;
+        tracks.push_back(
+            Track{movie->tracks()[tracks.size()], trak, descend(tree, trak, {atom::mdia, atom::minf, atom::stbl})});
+    }
+    for (const auto& track : tracks) {
+        contents.tracks.push_back(TrackSummary{
+            track.header.trackID, track.header.handlerType, track.stbl ? sampleCount(file, tree, *track.stbl) : 0,
+            contents.timeScale == 0 ? 0 : static_cast<double>(track.header.duration) / contents.timeScale});
+    }
+    if (tracks.empty()) return contents;
+
+    const auto chapterIDs = chapterReferences(file, tree, tracks.front());
+    for (const auto& track : tracks) {
+        if (track.header.handlerType == kVideoHandler) {
+            if (auto pictures = readPictureTrack(file, tree, track)) contents.pictures.push_back(*pictures);
+            continue;
+        }
+        if (!isTextHandler(track.header.handlerType)) continue;
+        const bool named = std::find(chapterIDs.begin(), chapterIDs.end(), track.header.trackID) != chapterIDs.end();
+        if (named && contents.chapters.trackID == 0) {
+            contents.chapters = readTextTrack(file, tree, track, contents.problems).contents;
+            continue;
+        }
+        auto text = readTextTrack(file, tree, track, contents.problems);
+        auto& slot = text.carriesLinks ? contents.links : contents.notes;
+        if (slot.trackID == 0) slot = std::move(text.contents);
+    }
+    contents.tags = readTags(file, tree);
+    return contents;
+}
+
+} // namespace quillora::toolbox

@@ -1,0 +1,183 @@
+#include "toolbox/SampleTable.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <optional>
+
+#include "foundation/FourCC.h"
+
+namespace quillora::toolbox
+{
+
+namespace
+{
+
+struct ChunkRun {
+    std::uint32_t firstChunk = 0;
+    std::uint32_t samplesPerChunk = 0;
+};
+
+struct TimeRun {
+    std::uint32_t count = 0;
+    std::uint32_t duration = 0;
+};
+
+std::optional<AtomNode> childOfType(const AtomTree& tree, const AtomNode& parent, std::uint32_t type)
+{
+    for (const auto& child : tree.childrenOf(parent)) {
+        if (child.type == type) return child;
+    }
+    return std::nullopt;
+}
+
+// A full atom's payload after its version and flags, positioned at its entry count.
+ByteReader tableReader(const Bytes& payload)
+{
+    ByteReader reader(payload);
+    reader.skip(4);
+    return reader;
+}
+
+// The entry count, refused when the table is too short to hold that many entries.
+std::uint32_t entryCount(ByteReader& reader, std::size_t entrySize)
+{
+    const std::uint32_t count = reader.getU32BE();
+    if (count > reader.remaining() / entrySize) throw std::out_of_range("the table is shorter than its entry count");
+    return count;
+}
+
+std::vector<std::uint32_t> readSampleSizes(const Bytes& stsz)
+{
+    ByteReader reader = tableReader(stsz);
+    const std::uint32_t commonSize = reader.getU32BE();
+    if (commonSize != 0) {
+        const std::uint32_t count = std::min(reader.getU32BE(), kMaximumListedSamples);
+        return std::vector<std::uint32_t>(count, commonSize);
+    }
+    std::vector<std::uint32_t> sizes(std::min(entryCount(reader, 4), kMaximumListedSamples));
+    for (auto& size : sizes)
+        size = reader.getU32BE();
+    return sizes;
+}
+
+std::vector<std::uint64_t> readChunkOffsets(const Bytes& payload, bool longOffsets)
+{
+    ByteReader reader = tableReader(payload);
+    std::vector<std::uint64_t> offsets(entryCount(reader, longOffsets ? 8 : 4));
+    for (auto& offset : offsets)
+        offset = longOffsets ? reader.getU64BE() : reader.getU32BE();
+    return offsets;
+}
+
+std::vector<ChunkRun> readChunkRuns(const Bytes& stsc)
+{
+    ByteReader reader = tableReader(stsc);
+    std::vector<ChunkRun> runs(entryCount(reader, 12));
+    for (auto& run : runs) {
+        run.firstChunk = reader.getU32BE();
+        run.samplesPerChunk = reader.getU32BE();
+        reader.skip(4); // sample description index
+    }
+    return runs;
+}
+
+std::vector<TimeRun> readTimeRuns(const Bytes& stts)
+{
+    ByteReader reader = tableReader(stts);
+    std::vector<TimeRun> runs(entryCount(reader, 8));
+    for (auto& run : runs) {
+        run.count = reader.getU32BE();
+        run.duration = reader.getU32BE();
+    }
+    return runs;
+}
+
+// Samples of a chunk: from the last run that starts at or before it.
+std::uint32_t samplesInChunk(const std::vector<ChunkRun>& runs, std::uint32_t chunk)
+{
+    std::uint32_t samples = 0;
+    for (const auto& run : runs) {
+        if (run.firstChunk > chunk) break;
+        samples = run.samplesPerChunk;
+    }
+    return samples;
+}
+
+} // namespace
+
+Bytes readAtomPayload(FileHandle& file, const AtomNode& node)
+{
+    file.seekToFileOffset(node.offset + 8);
+    return file.readDataOfLength(static_cast<std::size_t>(std::max<std::int64_t>(node.size - 8, 0)));
+}
+
+std::uint32_t sampleCount(FileHandle& file, const AtomTree& tree, const AtomNode& stbl)
+{
+    auto stsz = childOfType(tree, stbl, atom::stsz);
+    if (!stsz) return 0;
+    try {
+        const Bytes payload = readAtomPayload(file, *stsz);
+        ByteReader reader = tableReader(payload);
+        reader.skip(4);
+        return reader.getU32BE();
+    } catch (const std::out_of_range&) {
+        return 0;
+    }
+}
+
+std::vector<SampleLocation> readSampleLocations(FileHandle& file, const AtomTree& tree, const AtomNode& stbl,
+                                                std::vector<std::string>& problems)
+{
+    auto stsz = childOfType(tree, stbl, atom::stsz);
+    auto stsc = childOfType(tree, stbl, atom::stsc);
+    auto stts = childOfType(tree, stbl, atom::stts);
+    auto stco = childOfType(tree, stbl, atom::stco);
+    auto co64 = childOfType(tree, stbl, atom::co64);
+    if (!stsz || !stsc || !stts || !(stco || co64)) {
+        problems.push_back(fmt::format("the sample table at offset {} is incomplete", stbl.offset));
+        return {};
+    }
+
+    std::vector<SampleLocation> samples;
+    try {
+        const auto sizes = readSampleSizes(readAtomPayload(file, *stsz));
+        const auto chunkOffsets = stco ? readChunkOffsets(readAtomPayload(file, *stco), false)
+                                       : readChunkOffsets(readAtomPayload(file, *co64), true);
+        const auto chunkRuns = readChunkRuns(readAtomPayload(file, *stsc));
+        const auto timeRuns = readTimeRuns(readAtomPayload(file, *stts));
+
+        samples.resize(sizes.size());
+        std::size_t next = 0;
+        for (std::size_t chunk = 0; chunk < chunkOffsets.size() && next < samples.size(); ++chunk) {
+            std::uint64_t offset = chunkOffsets[chunk];
+            const std::uint32_t inChunk = samplesInChunk(chunkRuns, static_cast<std::uint32_t>(chunk + 1));
+            for (std::uint32_t i = 0; i < inChunk && next < samples.size(); ++i, ++next) {
+                samples[next].offset = offset;
+                samples[next].size = sizes[next];
+                offset += sizes[next];
+            }
+        }
+        if (next < samples.size()) {
+            problems.push_back(fmt::format("the chunk tables place only {} of {} samples", next, samples.size()));
+            samples.resize(next);
+        }
+
+        std::uint64_t time = 0;
+        std::size_t timed = 0;
+        for (const auto& run : timeRuns) {
+            for (std::uint32_t i = 0; i < run.count && timed < samples.size(); ++i, ++timed) {
+                samples[timed].time = time;
+                samples[timed].duration = run.duration;
+                time += run.duration;
+            }
+        }
+        if (timed < samples.size()) problems.push_back("the time table covers fewer samples than the size table");
+    } catch (const std::out_of_range& error) {
+        problems.push_back(fmt::format("damaged sample table at offset {}: {}", stbl.offset, error.what()));
+        samples.clear();
+    }
+    return samples;
+}
+
+} // namespace quillora::toolbox

@@ -1,0 +1,38 @@
+// Where a track's samples lie and when they play, read from the sample
+// table atoms of its 'stbl' (stsz, stsc, stco or co64, stts).
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "foundation/FileHandle.h"
+#include "toolbox/AtomTree.h"
+
+namespace quillora::toolbox
+{
+
+struct SampleLocation {
+    std::uint64_t offset = 0;
+    std::uint32_t size = 0;
+    std::uint64_t time = 0; // start, in the media's time scale
+    std::uint32_t duration = 0;
+};
+
+// More samples than this are damage for the tracks that are listed sample
+// by sample (chapters, links, notes).
+inline constexpr std::uint32_t kMaximumListedSamples = 100000;
+
+// The number of samples the 'stsz' table declares (0 without one).
+std::uint32_t sampleCount(FileHandle& file, const AtomTree& tree, const AtomNode& stbl);
+
+// Every sample of the table, up to kMaximumListedSamples. Tables that
+// contradict each other or run short are reported in problems; the samples
+// that could still be placed are returned.
+std::vector<SampleLocation> readSampleLocations(FileHandle& file, const AtomTree& tree, const AtomNode& stbl,
+                                                std::vector<std::string>& problems);
+
+// The payload of an atom (the bytes after its 8-byte header).
+Bytes readAtomPayload(FileHandle& file, const AtomNode& node);
+
+} // namespace quillora::toolbox

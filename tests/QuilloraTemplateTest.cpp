@@ -1,0 +1,67 @@
+// Export templates: dictionary form, keyed access and template files.
+#include <gtest/gtest.h>
+
+#include "QuickTimePlugin/QuilloraTemplate.h"
+#include "TestSupport.h"
+#include "foundation/PropertyList.h"
+
+using namespace quillora;
+
+TEST(QuilloraTemplate, DictionaryFormAlwaysHasTheFourKeys)
+{
+    auto empty = QuilloraTemplate::templateWithDictionaryRepresentation(Value::dictionary());
+    auto representation = empty.dictionaryRepresentation();
+    ASSERT_EQ(representation.asDictionary()->size(), 4u);
+    for (const char* key : {"name", "format", "pluginClassName", "tags"}) {
+        ASSERT_TRUE(representation.get(key)) << key;
+        EXPECT_TRUE(representation.get(key)->isNull()) << key;
+    }
+
+    auto tags = Value::dictionary({{"title", "Week 3"}, {"class name", "Optics"}});
+    auto full = QuilloraTemplate::templateWithDictionaryRepresentation(Value::dictionary(
+        {{"name", "Weekly"}, {"format", ".m4b"}, {"pluginClassName", "QuickTimePlugin"}, {"tags", tags}, {"x", 1}}));
+    EXPECT_EQ(full.name(), "Weekly");
+    EXPECT_EQ(full.format(), ".m4b");
+    EXPECT_EQ(full.pluginClassName(), "QuickTimePlugin");
+    EXPECT_EQ(full.tags().asDictionary(), tags.asDictionary()); // the same dictionary, not a copy
+    EXPECT_FALSE(full.dictionaryRepresentation().get("x"));
+    EXPECT_EQ(QuilloraTemplate(full.dictionaryRepresentation()), full);
+}
+
+TEST(QuilloraTemplate, KeyedAccessCoversTheFourFieldsOnly)
+{
+    QuilloraTemplate exportTemplate;
+    exportTemplate.setObject(".mov", kQuilloraTemplateFormatKey);
+    EXPECT_EQ(exportTemplate.format(), ".mov");
+    exportTemplate.setName("Lecture");
+    EXPECT_EQ(exportTemplate.objectForKey("name"), Value("Lecture"));
+    exportTemplate.setObject(Value(), "name");
+    EXPECT_FALSE(exportTemplate.name());
+    EXPECT_THROW(exportTemplate.objectForKey("Name"), UnknownTemplateKey);
+    EXPECT_THROW(exportTemplate.setObject("x", "title"), UnknownTemplateKey);
+}
+
+TEST(QuilloraTemplate, FilesReadBackEqualAndEmptyFieldsStayEmpty)
+{
+    test::TemporaryFolder folder;
+    QuilloraTemplate written;
+    written.setName("Weekly lecture");
+    written.setFormat(".m4a");
+    written.setTags(Value::dictionary({{"author", "Dr. \xC3\x89lise Roy"}, {"class number", "PHY 201"}}));
+    const auto path = folder.path() / (std::string("weekly.") + std::string(kQuilloraTemplatePathExtension));
+    written.writeToFile(path);
+
+    const std::string xml = [&] {
+        auto bytes = test::readFile(path);
+        return std::string(bytes.begin(), bytes.end());
+    }();
+    EXPECT_NE(xml.find("<key>format</key>"), std::string::npos) << xml;
+    EXPECT_EQ(xml.find("pluginClassName"), std::string::npos) << xml;
+
+    auto read = QuilloraTemplate::templateWithContentsOfFile(path);
+    EXPECT_EQ(read, written);
+    EXPECT_TRUE(read.dictionaryRepresentation().get("pluginClassName")->isNull());
+
+    writePropertyListFile(folder.path() / "list.quilloraTemplate", Value::array({Value("not a template")}));
+    EXPECT_THROW(QuilloraTemplate::templateWithContentsOfFile(folder.path() / "list.quilloraTemplate"), FormatError);
+}
