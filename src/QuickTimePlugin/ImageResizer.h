@@ -1,0 +1,81 @@
+// Redraws every slide and screen shot of an export onto one common square
+// canvas on a black background, scaled down (never up) and centred, and writes
+// it back beside the source (JPEG) or over it (PNG). The "imagePath" of every
+// transition whose picture was written then names the new file; transitions
+// are shared by reference, so the caller sees the change.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "foundation/Value.h"
+
+namespace vips {
+class VImage;
+}
+
+namespace quillora {
+
+class ImageResizer {
+public:
+    // Sizes and rectangles are in points, with the platform's origin at the
+    // bottom left; the canvases hold one pixel per point.
+    struct Size {
+        double width = 0;
+        double height = 0;
+    };
+    struct Rect {
+        double x = 0;
+        double y = 0;
+        double width = 0;
+        double height = 0;
+    };
+    struct Color {
+        double red = 0;
+        double green = 0;
+        double blue = 0;
+        double alpha = 0;
+    };
+
+    static std::unique_ptr<ImageResizer> resizerWithTransitions(const Value& transitions);
+
+    ImageResizer();
+    // An array of transition dictionaries; anything else counts as empty.
+    explicit ImageResizer(const Value& transitions);
+
+    // True when every picture of both lists was written. False also when no
+    // slide picture could be loaded, since then there is no frame to draw in.
+    bool resizeImages();
+
+private:
+    // A picture as its file describes it. Its pixels are decoded only while
+    // it is drawn, one picture at a time, so a long slide list costs no more
+    // memory than one slide.
+    struct Image {
+        std::string path;
+        std::string loader;
+        int pixelWidth = 0;
+        int pixelHeight = 0;
+        Size size;  // in points; scaling down changes it
+    };
+
+    std::vector<Image> imagesFromTransitions(const Array& transitions, Array* correspondingTransitions) const;
+    std::optional<Rect> rectForImages(const std::vector<Image>& images) const;
+    Rect rectForImage(const Image& image, const Rect& rect) const;
+    void scaleDownImage(Image& image, const Rect& rect) const;
+    bool resizeImages(std::vector<Image>& images, const Array& transitions, Rect rect);
+    bool writeImage(const vips::VImage& canvas, const Value& transition) const;
+
+    vips::VImage drawImage(Image& image, const Rect& rect) const;
+
+    Array screenshotTransitions_;
+    Array slideTransitions_;
+    bool hasLinks_ = false;
+    Color backgroundColor_;
+    Rect textBlock_;
+    float compressionFactor_ = 0;
+};
+
+}  // namespace quillora
