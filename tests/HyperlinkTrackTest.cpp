@@ -82,7 +82,7 @@ TEST(HyperlinkTrack, WritesLinkSamplesWithSixteenBitDurations)
     EXPECT_TRUE(log.contains("-[QTDataEditor addTextTrackURLs:withAttributes:toFile:path:withParameters:error:]  "
                              "Adding text track for URLS."));
     EXPECT_FALSE(written.atomBelow(written.traks().front(), {atom::tkhd}).empty());
-    EXPECT_EQ(test::ffmpegDefaultStreamErrors(path), "");
+    EXPECT_EQ(test::ffmpegDecodeErrors(path), "");
 }
 
 TEST(HyperlinkTrack, OlderVariantTakesDurationAndTrackIDFromTheMovie)

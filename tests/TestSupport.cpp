@@ -138,7 +138,9 @@ std::vector<std::pair<std::string, std::int64_t>> atomSizes(const std::filesyste
 
 std::string ffmpegDecodeErrors(const std::filesystem::path& path)
 {
-    auto result = runCommand("ffmpeg -nostdin -v error -i " + shellQuote(path.string()) + " -map 0 -f null -");
+    // Every audio and picture stream; text tracks have nothing to decode.
+    auto result =
+        runCommand("ffmpeg -nostdin -v error -i " + shellQuote(path.string()) + " -map 0:a -map 0:v? -f null -");
     if (result.status != 0 && result.output.empty()) return "ffmpeg exited with status " + std::to_string(result.status);
     return result.output;
 }

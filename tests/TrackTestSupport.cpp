@@ -200,10 +200,4 @@ Bytes expectedStsc()
     return expectedAtom("stsc", w.bytes());
 }
 
-std::string ffmpegDefaultStreamErrors(const std::filesystem::path& path)
-{
-    const auto result = runCommand("ffmpeg -nostdin -v error -i " + shellQuote(path.string()) + " -f null -");
-    return result.status == 0 ? result.output : "status " + std::to_string(result.status) + ": " + result.output;
-}
-
 } // namespace quillora::test

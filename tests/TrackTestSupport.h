@@ -55,8 +55,5 @@ Bytes expectedDinf();
 Bytes expectedStsc();
 Bytes lengthPrefixed(std::string_view text); // one length byte
 
-// ffmpeg decodes the streams it picks by default (text tracks have no null
-// encoder, so they are left to the chapter reader); empty when all is well.
-std::string ffmpegDefaultStreamErrors(const std::filesystem::path& path);
 
 } // namespace quillora::test

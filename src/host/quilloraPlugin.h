@@ -54,6 +54,10 @@ public:
     // Export without a panel. Returns at once; error is never written.
     virtual bool exportDataWithParams(const Value& params, const std::string& path, ErrorRecord* error) = 0;
 
+    // True while an export started by an entry point is still running on its
+    // worker thread; the host keeps its run loop going until then.
+    virtual bool isExporting() const = 0;
+
 protected:
     std::optional<std::string> openError_;
 

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <filesystem>
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quillora::app {
+
+struct ExportOptions {
+    std::filesystem::path recording;
+    std::optional<std::filesystem::path> transitions;
+    std::optional<std::filesystem::path> screenshots;
+    std::optional<std::filesystem::path> tags;
+    std::optional<std::filesystem::path> defaults;
+    std::optional<std::string> format;
+    std::optional<std::filesystem::path> templateFile;
+    std::optional<std::filesystem::path> scratch;
+    std::optional<std::filesystem::path> output;
+    bool verbose = false;
+    std::vector<std::filesystem::path> pluginFolders;
+};
+
+// Exports a recording through the QuickTime plug-in module; returns the
+// process exit status (0 success, 1 failed export, 2 bad input).
+int runExportCommand(const ExportOptions& options, std::istream& in, std::ostream& out, std::ostream& err);
+
+}  // namespace quillora::app

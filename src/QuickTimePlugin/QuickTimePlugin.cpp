@@ -1,0 +1,357 @@
+#include "QuickTimePlugin/QuickTimePlugin.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+
+#include "QTDataEditor.h"
+#include "QuickTimePlugin/ErrorCreation.h"
+#include "QuickTimePlugin/ImageResizer.h"
+#include "foundation/FileHandle.h"
+#include "foundation/Log.h"
+#include "foundation/UserDefaults.h"
+
+namespace quillora {
+
+namespace {
+
+constexpr const char* kSourceFile = "QuickTimePlugin/QuickTimePlugin";
+#define QUICKTIME_LOG(...) logAt(kSourceFile, __LINE__, __VA_ARGS__)
+
+constexpr std::string_view kHandleExport = "-[QuickTimePlugin handleExport]";
+constexpr std::string_view kCopyToDestination = "-[QuickTimePlugin copyCompletedWorkingFileToDestination]";
+
+constexpr const char* kNibName = "QuicktimePlugin";
+constexpr const char* kHelpAnchor = "Qora0028";
+constexpr const char* kWorkingFileSuffix = "source.m4a";
+// The export error domain of the chapterized movie.
+constexpr const char* quilloraExportErrDomain = "org.quillora.QuickTimePlugin.exportErr";
+
+const char* outcome(bool success) { return success ? "SUCCESS" : "FAILURE"; }
+
+bool isKnownFormat(const std::string& format)
+{
+    return format == ".mov" || format == ".m4a" || format == ".m4b" || format == ".m4v";
+}
+
+std::string homeFolder()
+{
+    const char* home = std::getenv("HOME");
+    return home ? home : "/";
+}
+
+// The current time in seconds since 1970, written as the platform writes a
+// fractional number.
+std::string currentTimeName()
+{
+    using namespace std::chrono;
+    double seconds = duration<double>(system_clock::now().time_since_epoch()).count();
+    return fmt::format("{}", seconds);
+}
+
+std::string stringOrEmpty(const Value& dictionary, std::string_view key)
+{
+    return dictionary.stringForKey(key).value_or("");
+}
+
+ErrorRecord stageError(const char* name, const char* reason) { return errorWithException(NamedException(name, reason)); }
+
+}  // namespace
+
+QuickTimePlugin::QuickTimePlugin(HostContext context)
+{
+    setHostContext(std::move(context));
+    initWithWindowNibName(kNibName);
+    showWindow();
+}
+
+QuickTimePlugin::~QuickTimePlugin()
+{
+    setResultFilePath("");
+    for (auto token : observations_) NotificationCenter::defaultCenter().removeObserver(token);
+}
+
+bool QuickTimePlugin::loadParamsToInterface()
+{
+    const Value& params = exportParams();
+    if (auto format = params.stringForKey("format")) {
+        for (const auto& item : form_.formatMenu) {
+            if (item == *format) form_.selectedFormat = item;
+        }
+    }
+    Value tags = params.get("tags") ? *params.get("tags") : Value::dictionary();
+    form_.titleTag = stringOrEmpty(tags, "title");
+    form_.authorTag = stringOrEmpty(tags, "author");
+    form_.universityTag = stringOrEmpty(tags, "university");
+    form_.classNameTag = stringOrEmpty(tags, "class name");
+    form_.classNumberTag = stringOrEmpty(tags, "class number");
+    return true;
+}
+
+Value QuickTimePlugin::exportParamsFromInterface()
+{
+    return Value::dictionary({{"format", form_.selectedFormat},
+                              {"tags", Value::dictionary({{"title", form_.titleTag},
+                                                          {"author", form_.authorTag},
+                                                          {"university", form_.universityTag},
+                                                          {"class name", form_.classNameTag},
+                                                          {"class number", form_.classNumberTag}})}});
+}
+
+bool QuickTimePlugin::exportData()
+{
+    setExportParams(exportParamsFromInterface());
+    handleExport();
+    return true;
+}
+
+bool QuickTimePlugin::exportDataWithParams(const Value& params)
+{
+    setExportParams(params);
+    handleExport();
+    return true;
+}
+
+bool QuickTimePlugin::exportDataWithParams(const Value& params, const std::string& path, ErrorRecord* /*error*/)
+{
+    openRecording();
+    setExportParams(params);
+    setResultFilePath(path);
+    startExportWorker(params);
+    return true;
+}
+
+void QuickTimePlugin::openRecording()
+{
+    std::string error;
+    auto recording = toolbox::Movie::movieWithFile(tempFileRecordingPath(), &error);
+    if (recording) {
+        openError_.reset();
+    } else {
+        openError_ = error;
+    }
+    setAudioRecording(std::move(recording));
+}
+
+void QuickTimePlugin::setAudioRecording(std::shared_ptr<toolbox::Movie> recording)
+{
+    if (recording == audioRecording_) return;
+    auto previous = audioRecording_;
+    userInterface().registerUndo([this, previous] { setAudioRecording(previous); });
+    audioRecording_ = std::move(recording);
+}
+
+bool QuickTimePlugin::handleExport()
+{
+    openRecording();
+    const std::string format = exportParams().stringForKey("format").value_or("");
+    if (!isKnownFormat(format)) logMethod(kHandleExport, "*** Unexpected export format requested: {}", format);
+    const std::string extension = format.size() > 1 ? format.substr(1) : "";
+
+    SavePanelRequest request;
+    request.allowedFileTypes = {extension};
+    request.directory = homeFolder();
+    request.fileName = "Untitled." + extension;
+    userInterface().beginSavePanel(request, [this](int returnCode, const std::string& fileName) {
+        savePanelDidEnd(returnCode, fileName);
+    });
+    return true;
+}
+
+void QuickTimePlugin::savePanelDidEnd(int returnCode, const std::string& fileName)
+{
+    if (returnCode != kSavePanelOKButton) return;
+    setResultFilePath(fileName);
+    userInterface().beginProgressSheet();
+    startExportWorker(Value());
+}
+
+void QuickTimePlugin::startExportWorker(Value argument)
+{
+    worker_ = ThreadWorker::workOn(
+        "QuickTimePlugin", "beginExport:",
+        [this](const std::any& params, ThreadWorker&) -> std::any {
+            return beginExport(std::any_cast<const Value&>(params));
+        },
+        std::move(argument),
+        [this](const std::any& result) {
+            std::optional<ErrorRecord> error;
+            if (auto* record = std::any_cast<std::optional<ErrorRecord>>(&result)) error = *record;
+            doneExport(error);
+        });
+}
+
+std::optional<ErrorRecord> QuickTimePlugin::beginExport(const Value& /*params*/)
+{
+    QUICKTIME_LOG("Beginning export.");
+    QUICKTIME_LOG("[self tempFileRecordingPath] {}", tempFileRecordingPath());
+
+    const std::string workingPath = tempProcessingFolderPath() + currentTimeName() + kWorkingFileSuffix;
+    std::error_code ignored;
+    std::filesystem::copy_file(tempFileRecordingPath(), workingPath, ignored);
+    setWorkingFilePath(workingPath);
+    QUICKTIME_LOG("Copied tempFileRecordingPath to workingFilePath {}", workingPath);
+
+    if (exportParams().stringForKey("format") == ".mov") {
+        QUICKTIME_LOG("Exporting as .mov");
+        result_ = exportAsChapterizedQuicktimeFileToPath(resultFilePath());
+        NotificationCenter::defaultCenter().post({QuilloraQuickTimePluginExportCompleteNotification, this,
+                                                  Value::dictionary({{"resultFilePath", resultFilePath()}})});
+    } else {
+        saveError_ = exportM4abMovie();
+    }
+    return saveError_;
+}
+
+void QuickTimePlugin::doneExport(const std::optional<ErrorRecord>& result)
+{
+    QUICKTIME_LOG("Export Complete");
+    userInterface().endProgressSheet();
+    if (result) userInterface().showAlert(*result, kHelpAnchor);
+}
+
+bool QuickTimePlugin::resizeImages()
+{
+    Array all;
+    for (const Value* list : {&slideTransitions(), &screenshotTransitions()}) {
+        if (auto items = list->asArray()) all.insert(all.end(), items->begin(), items->end());
+    }
+    return ImageResizer::resizerWithTransitions(Value::array(std::move(all)))->resizeImages();
+}
+
+std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
+{
+    QUICKTIME_LOG("Exporting as .m4a/b");
+    const std::string& workingPath = workingFilePath();
+    std::shared_ptr<FileHandle> file;
+    try {
+        file = std::make_shared<FileHandle>(workingPath, FileHandle::Mode::Updating);
+    } catch (const FileError& failure) {
+        QUICKTIME_LOG("Could not open the working copy: {}", failure.what());
+        return errorWithName("fileManipulationError", "Could not open the working copy",
+                             Value::dictionary({{"filePath", workingPath}}));
+    }
+    // Asked for before any editing, so the copy to the destination follows
+    // a failed export too. The observer keeps the handle alive, so no later
+    // handle can take its address and its notification.
+    observations_.push_back(NotificationCenter::defaultCenter().addObserver(
+        kFileHandleDataAvailableNotification, file.get(), [this, file](const Notification&) {
+            acceptDataAvailableNotification();
+        }));
+    file->waitForDataInBackgroundAndNotify();
+
+    auto editor = std::make_unique<QTDataEditor>();
+    QUICKTIME_LOG("Atom debugging {}", "is disabled");
+    editor->setTempProcessingFolderPath(tempProcessingFolderPath());
+
+    auto close = [&] {
+        editor.reset();
+        QUICKTIME_LOG("Closing file");
+        file->closeFile();
+    };
+    try {
+        const Value& slides = slideTransitions();
+        const bool haveSlides = slides.asArray() && !slides.asArray()->empty();
+        if (!haveSlides) {
+            QUICKTIME_LOG("No slide transitions.");
+        } else {
+            QUICKTIME_LOG("Processing Images");
+            const bool resized = resizeImages();
+            QUICKTIME_LOG("The result for resizing images: {}", outcome(resized));
+            if (!resized) QUICKTIME_LOG("No images found.");
+
+            auto recording = toolbox::Movie::movieWithFile(tempFileRecordingPath());
+            const auto duration = recording ? static_cast<std::int32_t>(recording->duration()) : 0;
+            Value params = Value::dictionary({{"duration", duration}, {"trackID", 2}});
+            ErrorRecord ignoredError;
+
+            const bool chapters = editor->addChapters(slides, *file, workingPath, params, &ignoredError);
+            QUICKTIME_LOG("The result for adding chapters: {}", outcome(chapters));
+            if (!chapters) {
+                QUICKTIME_LOG("There was a problem adding the chapter track.");
+                close();
+                return stageError("qtPluginChapFromTransErr", "Could not add chapters");
+            }
+
+            params.asDictionary()->set("trackID", 3);
+            if (resized) {
+                const bool images = editor->addImages(slides, *file, workingPath, params, this, &ignoredError);
+                QUICKTIME_LOG("The result for adding images: {}", outcome(images));
+                if (!images) {
+                    QUICKTIME_LOG("There was a problem adding the images");
+                    close();
+                    return stageError("qtPluginImageResizeErr", "Could not add the images");
+                }
+            }
+
+            const UserDefaults defaults = UserDefaults::standardUserDefaults();
+            if (defaults.boolForKey("supportForURL")) {
+                auto objectOrNull = [&](std::string_view key) {
+                    const Value* value = defaults.objectForKey(key);
+                    return value ? *value : Value();
+                };
+                auto dataOrNull = [&](std::string_view key) {
+                    auto data = defaults.dataForKey(key);
+                    return data ? Value(*data) : Value();
+                };
+                Value attributes =
+                    Value::dictionary({{"textTrackFontFace", objectOrNull("textTrackFontFace")},
+                                       {"textTrackFontSize", objectOrNull("textTrackFontSize")},
+                                       {"textTrackFontColorData", dataOrNull("textTrackFontColor")},
+                                       {"textTrackBackgroundColorData", dataOrNull("textTrackBackgroundColor")}});
+                params.asDictionary()->set("trackID", 4);
+                // A failed link track neither stops the export nor is logged.
+                editor->addTextTrackURLs(slides, attributes, *file, workingPath, params, &ignoredError);
+            }
+        }
+
+        const Value* tagsValue = exportParams().get("tags");
+        Value tags = tagsValue && tagsValue->isDictionary() ? *tagsValue : Value::dictionary();
+        const bool metadata = editor->addMetadata(tags, *file, workingPath);
+        close();
+        if (metadata) return std::nullopt;
+        QUICKTIME_LOG("Could not add metadata.");
+        return stageError("qtPluginMetadataFromValuesErr", "Could not add metadata.");
+    } catch (const std::exception& failure) {
+        // A read or write of the working copy failed (a full disk, say).
+        QUICKTIME_LOG("Editing the working copy failed: {}", failure.what());
+        if (file->isOpen()) close();
+        return errorWithName("fileManipulationError", "Could not edit the working copy",
+                             Value::dictionary({{"filePath", workingPath}}));
+    }
+}
+
+void QuickTimePlugin::acceptDataAvailableNotification()
+{
+    QUICKTIME_LOG("acceptDataAvailableNotification in QT Plugin");
+    copyCompletedWorkingFileToDestination();
+}
+
+bool QuickTimePlugin::copyCompletedWorkingFileToDestination()
+{
+    std::error_code ignored;
+    std::filesystem::remove(resultFilePath(), ignored);
+    std::error_code failure;
+    std::filesystem::copy_file(workingFilePath(), resultFilePath(), failure);
+    QUILLORA_ASSERT(!failure, std::string(kCopyToDestination),
+                    fmt::format("could not move the media file from {} to {}", workingFilePath(), resultFilePath()));
+    NotificationCenter::defaultCenter().post({QuilloraQuickTimePluginExportCompleteNotification, this,
+                                              Value::dictionary({{"resultFilePath", resultFilePath()}})});
+    return true;
+}
+
+bool QuickTimePlugin::exportAsChapterizedQuicktimeFileToPath(const std::string& /*path*/)
+{
+    // Chapterized movies are not built yet: say so rather than write nothing
+    // quietly.
+    ErrorRecord error{quilloraExportErrDomain, -101, Value::dictionary()};
+    auto info = error.userInfo.asDictionary();
+    info->set("NSLocalizedDescription", "Chapterized movies (.mov) cannot be exported yet.");
+    info->set("NSLocalizedRecoverySuggestion",
+              "Choose the .m4a, .m4b or .m4v format for an enhanced podcast with chapters, slide pictures and links.");
+    saveError_ = error;
+    return false;
+}
+
+}  // namespace quillora

@@ -1,0 +1,290 @@
+// The export driver end to end, through a test host: the enhanced-podcast
+// pipeline's stages and failures, the copy to the destination after the
+// export returned, and the threads things happen on.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "QuickTimePlugin/QuickTimePlugin.h"
+#include "TestSupport.h"
+#include "foundation/Log.h"
+#include "foundation/RunLoop.h"
+#include "foundation/UserDefaults.h"
+#include "toolbox/Movie.h"
+
+namespace quillora {
+namespace {
+
+using test::TemporaryFolder;
+
+// Records what the plug-in asks of its host's user interface.
+class TestUserInterface : public HostUserInterface {
+public:
+    void showWindow(std::string_view nib) override { shownNib = nib; }
+    void beginSavePanel(const SavePanelRequest& request,
+                        std::function<void(int, const std::string&)> done) override
+    {
+        savePanel = request;
+        done(savePanelAnswer, savePanelPath);
+    }
+    void beginProgressSheet() override { ++progressSheets; }
+    void endProgressSheet() override { doneThread = std::this_thread::get_id(); }
+    void showAlert(const ErrorRecord& error, std::string_view anchor) override
+    {
+        alert = error;
+        helpAnchor = anchor;
+    }
+    void registerUndo(std::function<void()>) override { ++undos; }
+
+    std::string shownNib;
+    std::optional<SavePanelRequest> savePanel;
+    int savePanelAnswer = kSavePanelOKButton;
+    std::string savePanelPath;
+    int progressSheets = 0;
+    int undos = 0;
+    std::thread::id doneThread;
+    std::optional<ErrorRecord> alert;
+    std::string helpAnchor;
+};
+
+class ScopedDefaults {
+public:
+    explicit ScopedDefaults(Value values) : saved_(UserDefaults::standardUserDefaults())
+    {
+        UserDefaults::setStandardUserDefaults(UserDefaults(values.asDictionary()));
+    }
+    ~ScopedDefaults() { UserDefaults::setStandardUserDefaults(saved_); }
+
+private:
+    UserDefaults saved_;
+};
+
+Value transition(std::int64_t time, const std::string& title, const std::filesystem::path& image)
+{
+    return Value::dictionary({{"timeValue", time}, {"slideTitle", title}, {"imagePath", image.string()}});
+}
+
+struct Lecture {
+    TemporaryFolder folder;
+    std::filesystem::path recording;
+    std::string scratch;
+    std::filesystem::path destination;
+    Value slides = Value::array();
+
+    explicit Lecture(const std::string& fixtureName = "recording-moov-first.m4a")
+    {
+        recording = test::copyFixture(fixtureName, folder);
+        scratch = (folder.path() / "scratch").string() + "/";
+        std::filesystem::create_directories(scratch);
+        destination = folder.path() / "lecture.m4b";
+    }
+    std::filesystem::path picture(const std::string& fixtureName, const std::string& as)
+    {
+        auto path = folder.path() / as;
+        std::filesystem::copy_file(test::fixture(fixtureName), path);
+        return path;
+    }
+    void addSlide(std::int64_t time, const std::string& title, const std::filesystem::path& image)
+    {
+        slides.asArray()->push_back(transition(time, title, image));
+    }
+};
+
+struct ExportOutcome {
+    std::optional<ErrorRecord> alert;
+    std::thread::id doneThread;
+    std::thread::id notificationThread;
+    bool notifiedAfterDone = false;
+    std::optional<std::string> resultFilePath;
+};
+
+ExportOutcome runExport(Lecture& lecture, const std::string& format, TestUserInterface& ui,
+                        Value tags = Value::dictionary({{"title", "Waves"}, {"author", "Ada"}}))
+{
+    ExportOutcome outcome;
+    std::atomic<bool> doneSeen{false};
+    auto token = NotificationCenter::defaultCenter().addObserver(
+        QuilloraQuickTimePluginExportCompleteNotification, nullptr, [&](const Notification& n) {
+            outcome.notificationThread = std::this_thread::get_id();
+            outcome.notifiedAfterDone = ui.doneThread != std::thread::id();
+            outcome.resultFilePath = n.userInfo.stringForKey("resultFilePath");
+        });
+    {
+        QuickTimePlugin plugin({lecture.recording.string(), lecture.scratch, lecture.slides, Value::array(), &ui});
+        plugin.exportDataWithParams(Value::dictionary({{"format", format}, {"tags", tags}}),
+                                    lecture.destination.string(), nullptr);
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while ((plugin.isExporting() || RunLoop::current()->hasPendingWork()) &&
+               std::chrono::steady_clock::now() < deadline) {
+            RunLoop::current()->runOnce(std::chrono::milliseconds(10));
+        }
+        EXPECT_FALSE(plugin.isExporting());
+    }
+    NotificationCenter::defaultCenter().removeObserver(token);
+    outcome.alert = ui.alert;
+    outcome.doneThread = ui.doneThread;
+    return outcome;
+}
+
+std::vector<std::uint32_t> trackIDs(const std::filesystem::path& path)
+{
+    std::vector<std::uint32_t> ids;
+    auto movie = toolbox::Movie::movieWithFile(path);
+    if (movie) {
+        for (const auto& track : movie->tracks()) ids.push_back(track.trackID);
+    }
+    return ids;
+}
+
+TEST(EnhancedPodcastExport, WritesTracksTwoThreeFourAndCopiesAfterTheExportOnTheWorkerThread)
+{
+    Lecture lecture("recording-moov-last.m4a");
+    lecture.addSlide(0, "Intro", lecture.picture("slide.png", "a.png"));
+    lecture.addSlide(600, "Body", lecture.picture("slide.jpg", "b.jpg"));
+    lecture.slides.asArray()->at(1).asDictionary()->set(
+        "linkURL", Value::dictionary({{"title", "Notes"}, {"url", "https://example.org/notes"}}));
+    const Bytes original = test::readFile(lecture.recording);
+    ScopedDefaults defaults(Value::dictionary({{"supportForURL", true}, {"textTrackFontFace", "Helvetica"},
+                                               {"textTrackFontSize", 12}}));
+    TestUserInterface ui;
+    CapturedLog log;
+
+    auto outcome = runExport(lecture, ".m4b", ui);
+
+    EXPECT_FALSE(outcome.alert) << outcome.alert->localizedDescription();
+    EXPECT_EQ(ui.shownNib, "QuicktimePlugin");
+    EXPECT_EQ(outcome.doneThread, std::this_thread::get_id());
+    EXPECT_NE(outcome.notificationThread, std::this_thread::get_id());
+    EXPECT_TRUE(outcome.notifiedAfterDone);
+    EXPECT_EQ(outcome.resultFilePath, lecture.destination.string());
+    EXPECT_EQ(trackIDs(lecture.destination), (std::vector<std::uint32_t>{1, 2, 3, 4}));
+    EXPECT_EQ(test::readFile(lecture.recording), original);
+    EXPECT_EQ(test::ffmpegDecodeErrors(lecture.destination), "");
+    // The working copy stays in the scratch folder, named after the time.
+    int workingCopies = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(lecture.scratch)) {
+        if (entry.path().filename().string().ends_with("source.m4a")) ++workingCopies;
+    }
+    EXPECT_EQ(workingCopies, 1);
+    for (const char* line : {"Exporting as .m4a/b", "Atom debugging is disabled", "Processing Images",
+                             "The result for resizing images: SUCCESS", "The result for adding chapters: SUCCESS",
+                             "The result for adding images: SUCCESS", "Closing file", "Export Complete",
+                             "acceptDataAvailableNotification in QT Plugin"}) {
+        EXPECT_TRUE(log.contains(std::string("QuickTimePlugin/QuickTimePlugin:")) && log.contains(line)) << line;
+    }
+}
+
+TEST(EnhancedPodcastExport, StagesThatCannotRunAreLeftOutOrReported)
+{
+    TestUserInterface ui;
+    {
+        // No transitions: metadata only.
+        Lecture lecture;
+        CapturedLog log;
+        auto outcome = runExport(lecture, ".m4a", ui);
+        EXPECT_FALSE(outcome.alert);
+        EXPECT_TRUE(log.contains("No slide transitions."));
+        EXPECT_EQ(trackIDs(lecture.destination), (std::vector<std::uint32_t>{1}));
+    }
+    {
+        // Pictures that cannot be loaded: chapters and links, no picture track;
+        // links off: no link track either.
+        Lecture lecture;
+        auto broken = lecture.folder.path() / "broken.png";
+        test::writeFile(broken, Bytes{'n', 'o', 't', ' ', 'a', ' ', 'p', 'n', 'g'});
+        lecture.addSlide(0, "One", broken);
+        lecture.addSlide(900, "Two", broken);
+        {
+            ScopedDefaults defaults(Value::dictionary({{"supportForURL", true}, {"textTrackFontSize", 12}}));
+            CapturedLog log;
+            auto outcome = runExport(lecture, ".m4v", ui);
+            EXPECT_FALSE(outcome.alert);
+            EXPECT_TRUE(log.contains("No images found."));
+            EXPECT_EQ(trackIDs(lecture.destination), (std::vector<std::uint32_t>{1, 2, 4}));
+        }
+        ScopedDefaults defaults(Value::dictionary({{"supportForURL", false}}));
+        auto outcome = runExport(lecture, ".m4a", ui);
+        EXPECT_EQ(trackIDs(lecture.destination), (std::vector<std::uint32_t>{1, 2}));
+    }
+}
+
+TEST(EnhancedPodcastExport, EqualSlideTimesFailTheImageStageButTheFileIsStillCopied)
+{
+    Lecture lecture;
+    lecture.addSlide(0, "One", lecture.picture("slide.jpg", "a.jpg"));
+    lecture.addSlide(0, "Two", lecture.picture("slide.png", "b.png"));
+    // Whatever stood at the destination is replaced.
+    test::writeFile(lecture.destination, Bytes{'o', 'l', 'd'});
+    TestUserInterface ui;
+    CapturedLog log;
+
+    auto outcome = runExport(lecture, ".m4b", ui);
+
+    ASSERT_TRUE(outcome.alert);
+    EXPECT_EQ(outcome.alert->domain, "qtPluginImageResizeErr");
+    EXPECT_EQ(outcome.alert->code, 0);
+    EXPECT_EQ(ui.helpAnchor, "Qora0028");
+    EXPECT_TRUE(log.contains("There was a problem adding the images"));
+    EXPECT_TRUE(outcome.notifiedAfterDone);
+    // The partly edited working copy: chapters in, no picture track, no tags.
+    EXPECT_EQ(trackIDs(lecture.destination), (std::vector<std::uint32_t>{1, 2}));
+}
+
+TEST(EnhancedPodcastExport, UnknownFormatsAreLoggedAndExportedAsPodcastsAndMovFailsClearly)
+{
+    Lecture lecture;
+    TestUserInterface ui;
+    ui.savePanelPath = lecture.destination.string();
+    {
+        CapturedLog log;
+        QuickTimePlugin plugin({lecture.recording.string(), lecture.scratch, Value::array(), Value::array(), &ui});
+        plugin.exportDataWithParams(Value::dictionary({{"format", ".avi"}, {"tags", Value::dictionary()}}));
+        while (plugin.isExporting() || RunLoop::current()->hasPendingWork()) {
+            RunLoop::current()->runOnce(std::chrono::milliseconds(10));
+        }
+        EXPECT_TRUE(log.contains("-[QuickTimePlugin handleExport]  *** Unexpected export format requested: .avi"));
+        ASSERT_TRUE(ui.savePanel);
+        EXPECT_EQ(ui.savePanel->fileName, "Untitled.avi");
+        EXPECT_EQ(ui.savePanel->allowedFileTypes, std::vector<std::string>{"avi"});
+        EXPECT_EQ(ui.progressSheets, 1);
+        EXPECT_FALSE(ui.alert);
+        EXPECT_EQ(trackIDs(lecture.destination), (std::vector<std::uint32_t>{1}));
+    }
+    std::filesystem::remove(lecture.destination);
+    auto outcome = runExport(lecture, ".mov", ui);
+    ASSERT_TRUE(outcome.alert);
+    EXPECT_EQ(outcome.alert->code, -101);
+    EXPECT_FALSE(std::filesystem::exists(lecture.destination));
+}
+
+TEST(QuickTimePluginForm, RoundTripsParametersAndCancelledPanelsDoNothing)
+{
+    Lecture lecture;
+    TestUserInterface ui;
+    ui.savePanelAnswer = 0;
+    QuickTimePlugin plugin({lecture.recording.string(), lecture.scratch, Value::array(), Value::array(), &ui});
+    plugin.setExportParams(Value::dictionary(
+        {{"format", ".m4b"}, {"tags", Value::dictionary({{"title", "Waves"}, {"class name", "Physics"}})}}));
+    EXPECT_TRUE(plugin.loadParamsToInterface());
+    EXPECT_EQ(plugin.form().selectedFormat, ".m4b");
+    EXPECT_EQ(plugin.form().classNameTag, "Physics");
+    Value params = plugin.exportParamsFromInterface();
+    EXPECT_EQ(params.stringForKey("format"), ".m4b");
+    const Value& tags = *params.get("tags");
+    for (const char* key : {"title", "author", "university", "class name", "class number"}) {
+        EXPECT_TRUE(tags.stringForKey(key).has_value()) << key;
+    }
+    EXPECT_EQ(tags.stringForKey("author"), "");
+    EXPECT_EQ(tags.stringForKey("title"), "Waves");
+
+    EXPECT_TRUE(plugin.exportData());
+    EXPECT_FALSE(plugin.isExporting());
+    EXPECT_EQ(ui.progressSheets, 0);
+    EXPECT_FALSE(std::filesystem::exists(lecture.destination));
+    EXPECT_EQ(QuickTimePlugin::pluginTitle(), "QuickTime");
+    EXPECT_EQ(QuickTimePlugin::pluginDescription(), "Quicktime Publishing.");
+}
+
+}  // namespace
+}  // namespace quillora
