@@ -57,7 +57,10 @@ Run run(const std::vector<std::string>& command)
     return result;
 }
 
-void writeText(const fs::path& path, const std::string& text) { std::ofstream(path) << text; }
+void writeText(const fs::path& path, const std::string& text)
+{
+    std::ofstream(path) << text;
+}
 
 }  // namespace
 
@@ -75,9 +78,23 @@ int main(int argc, char** argv)
 
     std::printf("making a %d-minute recording in both layouts and %d slides of 1920x1080...\n", minutes, slides);
     const std::string length = std::to_string(minutes * 60);
-    const std::vector<std::string> encode = {"ffmpeg", "-nostdin", "-y", "-v", "error", "-f", "lavfi", "-i",
-                                             "sine=f=220:d=" + length + ":sample_rate=22050", "-ac", "1", "-c:a",
-                                             "aac", "-b:a", "48k", "-movie_timescale", "600"};
+    const std::vector<std::string> encode = {"ffmpeg",
+                                             "-nostdin",
+                                             "-y",
+                                             "-v",
+                                             "error",
+                                             "-f",
+                                             "lavfi",
+                                             "-i",
+                                             "sine=f=220:d=" + length + ":sample_rate=22050",
+                                             "-ac",
+                                             "1",
+                                             "-c:a",
+                                             "aac",
+                                             "-b:a",
+                                             "48k",
+                                             "-movie_timescale",
+                                             "600"};
     auto moovLast = encode, moovFirst = encode;
     moovLast.push_back((folder / "moov-last.m4a").string());
     moovFirst.insert(moovFirst.end(), {"-movflags", "+faststart", (folder / "moov-first.m4a").string()});

@@ -244,8 +244,8 @@ int main(int argc, char** argv)
         std::printf("  vipsthumbnail: %7.1f ms a slide\n", referencePerSlide);
         std::printf("  peak resident: ImageResizer %.1f MiB for 20 slides, %.1f MiB for %d, %.1f MiB for %d;"
                     " vipsthumbnail %.1f MiB for %d\n",
-                    few.peakResidentKiB / 1024.0, all.peakResidentKiB / 1024.0, count,
-                    twice.peakResidentKiB / 1024.0, 2 * count, reference.peakResidentKiB / 1024.0, count);
+                    few.peakResidentKiB / 1024.0, all.peakResidentKiB / 1024.0, count, twice.peakResidentKiB / 1024.0,
+                    2 * count, reference.peakResidentKiB / 1024.0, count);
         std::printf("  peak resident with %s: ImageResizer %.1f MiB for 20 slides, %.1f MiB for %d\n", oneHeap.c_str(),
                     fewOneHeap.peakResidentKiB / 1024.0, twiceOneHeap.peakResidentKiB / 1024.0, 2 * count);
     }

@@ -29,7 +29,8 @@ std::string scratchFile()
 {
     static std::string path = [] {
         // tmpfs when there is one: the engine synchronises after edits.
-        std::string pattern = access("/dev/shm", W_OK) == 0 ? "/dev/shm/quillora-fuzz-XXXXXX" : "/tmp/quillora-fuzz-XXXXXX";
+        std::string pattern =
+            access("/dev/shm", W_OK) == 0 ? "/dev/shm/quillora-fuzz-XXXXXX" : "/tmp/quillora-fuzz-XXXXXX";
         int fd = mkstemp(pattern.data());
         if (fd >= 0) close(fd);
         return pattern;

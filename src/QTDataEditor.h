@@ -101,8 +101,8 @@ public:
     // "textTrackBackgroundColorData"). The error out-arguments are never set.
     bool addChapters(const Value& transitions, FileHandle& file, const std::string& path, const Value& parameters,
                      ErrorRecord* error = nullptr);
-    bool addTextTrackURLs(const Value& transitions, const Value& attributes, FileHandle& file,
-                          const std::string& path, const Value& parameters, ErrorRecord* error = nullptr);
+    bool addTextTrackURLs(const Value& transitions, const Value& attributes, FileHandle& file, const std::string& path,
+                          const Value& parameters, ErrorRecord* error = nullptr);
     // The older variant: opens the movie and the file at path itself.
     bool addTextTrackURLs(const Value& transitions, const Value& attributes, const std::filesystem::path& path);
     bool addTextTrackForNotes(const Value& transitions, const Value& attributes, FileHandle& file,

@@ -148,9 +148,8 @@ bool QTDataEditor::updateParentSize(std::int32_t delta, std::int32_t childOffset
     return true;
 }
 
-bool QTDataEditor::findParentAtomsOfChildAtOffset(std::int32_t childOffset, std::int32_t readOffset,
-                                                  FileHandle& file, std::int32_t& parentOffset, std::int32_t delta,
-                                                  bool addition)
+bool QTDataEditor::findParentAtomsOfChildAtOffset(std::int32_t childOffset, std::int32_t readOffset, FileHandle& file,
+                                                  std::int32_t& parentOffset, std::int32_t delta, bool addition)
 {
     if (atomDebugging_) {
         logMethod(kFindParents, "Finding parent atoms of child at offset {} file with initial offset {}", childOffset,

@@ -18,8 +18,9 @@ constexpr std::string_view kCopyTrakAtoms = "-[QTDataEditor copyTRAKAtomsFromFil
 Bytes m4aFileTypeContent()
 {
     ByteWriter writer;
-    writer.putFourCC(fourCC("M4A "))  // major brand
-        .putU32BE(0)                  // minor version
+    writer
+        .putFourCC(fourCC("M4A "))  // major brand
+        .putU32BE(0)                // minor version
         .putFourCC(fourCC("M4A "))
         .putFourCC(fourCC("mp42"))
         .putFourCC(fourCC("isom"))
@@ -102,6 +103,9 @@ bool QTDataEditor::copyTRAKAtomsFromFile(FileHandle& source, std::int32_t /*offs
     return true;
 }
 
-Value QTDataEditor::readiTunesMetadata() { return Value::dictionary(); }
+Value QTDataEditor::readiTunesMetadata()
+{
+    return Value::dictionary();
+}
 
 }  // namespace quillora

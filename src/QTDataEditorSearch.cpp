@@ -22,8 +22,8 @@ std::optional<AtomLocation> QTDataEditor::findAtomOfType(std::uint32_t type, std
     return search(type, offset, index, requireSourceFileHandle(), kFindInSource);
 }
 
-std::optional<AtomLocation> QTDataEditor::search(std::uint32_t type, std::int32_t offset, int index,
-                                                 FileHandle& file, std::string_view method)
+std::optional<AtomLocation> QTDataEditor::search(std::uint32_t type, std::int32_t offset, int index, FileHandle& file,
+                                                 std::string_view method)
 {
     if (atomDebugging_) {
         logMethod(method, "Searching for atom of type {} with a offset of {}...", stringFromFourCC(type), offset);

@@ -16,7 +16,10 @@ namespace {
 
 using Sizes = std::vector<std::pair<std::string, std::int64_t>>;
 
-std::map<std::string, std::int64_t> sizeMap(const Sizes& sizes) { return {sizes.begin(), sizes.end()}; }
+std::map<std::string, std::int64_t> sizeMap(const Sizes& sizes)
+{
+    return {sizes.begin(), sizes.end()};
+}
 
 // Which atoms changed size, and by how much.
 std::map<std::string, std::int64_t> sizeChanges(const Sizes& before, const Sizes& after)
@@ -207,8 +210,8 @@ TEST(ChunkOffsets, A64BitTableIsNeverAdjusted)
     // Turn the track's table into a co64 of the same length: two 32-bit
     // entries read as one 64-bit entry is fine for this purpose.
     Bytes bytes = test::readFile(path);
-    const auto stco = static_cast<std::size_t>(offsetOf(path, {atom::moov, atom::trak, atom::mdia, atom::minf,
-                                                               atom::stbl, atom::stco}));
+    const auto stco = static_cast<std::size_t>(
+        offsetOf(path, {atom::moov, atom::trak, atom::mdia, atom::minf, atom::stbl, atom::stco}));
     std::copy_n("co64", 4, bytes.begin() + static_cast<std::ptrdiff_t>(stco + 4));
     test::writeFile(path, bytes);
 
@@ -286,7 +289,8 @@ TEST(TailMove, ATinyBufferGivesTheSameBytesAsTheDefaultOne)
     std::filesystem::copy_file(small, large);
     const Bytes child = QTDataEditor().createAtomOfType(fourCC("free"), Bytes(333, 7));
 
-    for (const auto& [path, buffer] : {std::pair{small, std::size_t{7}}, std::pair{large, FileHandle::kDefaultMoveBufferSize}}) {
+    for (const auto& [path, buffer] :
+         {std::pair{small, std::size_t{7}}, std::pair{large, FileHandle::kDefaultMoveBufferSize}}) {
         QTDataEditor editor;
         FileHandle file(path, FileHandle::Mode::Updating);
         file.setMoveBufferSize(buffer);

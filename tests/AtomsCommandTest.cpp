@@ -9,7 +9,8 @@ TEST(AtomsCommand, PrintsTheNestedTreeWithOffsetsAndSizes)
 {
     auto result = test::runQuillora("atoms " + test::shellQuote(test::fixture("recording-moov-first.m4a").string()));
     EXPECT_EQ(result.status, 0) << result.output;
-    EXPECT_NE(result.output.find("ftyp                                0           28"), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find("ftyp                                0           28"), std::string::npos)
+        << result.output;
     EXPECT_NE(result.output.find("moov                               28         1027"), std::string::npos);
     EXPECT_NE(result.output.find("          stco                    883           20"), std::string::npos);
 }

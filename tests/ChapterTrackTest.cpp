@@ -11,8 +11,7 @@
 
 using namespace quillora;
 
-namespace
-{
+namespace {
 
 constexpr std::string_view kMethod = "-[QTDataEditor addChapters:toFile:path:withParameters:error:]";
 
@@ -31,7 +30,7 @@ Bytes expectedTref()
     return test::expectedAtom("tref", test::expectedAtom("chap", ids.bytes()));
 }
 
-} // namespace
+}  // namespace
 
 TEST(ChapterTrack, WritesOneSamplePerTransitionAndPointsTheRecordingAtIt)
 {
@@ -43,7 +42,7 @@ TEST(ChapterTrack, WritesOneSamplePerTransitionAndPointsTheRecordingAtIt)
         Value::dictionary({{"timeValue", 0}, {"slideTitle", "Intro"}}),
         Value::dictionary({{"timeValue", 600}, {"slideTitle", " \n\t "}}),
         Value::dictionary({{"timeValue", 1500}, {"slideTitle", "  Lead"}}),
-        Value::dictionary({{"timeValue", 4000}}), // beyond the end of the recording
+        Value::dictionary({{"timeValue", 4000}}),  // beyond the end of the recording
     });
     QTDataEditor editor;
     CapturedLog log;

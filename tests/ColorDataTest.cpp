@@ -39,7 +39,10 @@ Bytes archived(std::uint8_t space, const std::vector<float>& components, bool bi
     return out.take();
 }
 
-Bytes text(std::string_view value) { return Bytes(value.begin(), value.end()); }
+Bytes text(std::string_view value)
+{
+    return Bytes(value.begin(), value.end());
+}
 
 void expectColor(const Bytes& data, ColorComponents expected)
 {

@@ -11,25 +11,22 @@
 
 using namespace quillora;
 
-namespace
-{
+namespace {
 
 struct Layout {
     const char* fixture;
-    bool withNotes; // notes as a sixth track would be past the tracks whose offsets are kept up to date
+    bool withNotes;  // notes as a sixth track would be past the tracks whose offsets are kept up to date
 };
 
-class EnhancedPodcastTracks : public ::testing::TestWithParam<Layout>
-{
-  protected:
+class EnhancedPodcastTracks : public ::testing::TestWithParam<Layout> {
+protected:
     // The audio's chunk heads before any edit, to compare after.
     static std::vector<Bytes> audioChunkHeads(const test::WrittenFile& file, std::size_t audioTracks)
     {
         std::vector<Bytes> heads;
         const auto traks = file.traks();
         for (std::size_t t = 0; t < audioTracks; ++t) {
-            for (auto offset : file.chunkOffsets(traks[t]))
-                heads.push_back(file.bytesAt(offset, 16));
+            for (auto offset : file.chunkOffsets(traks[t])) heads.push_back(file.bytesAt(offset, 16));
         }
         return heads;
     }
@@ -41,7 +38,7 @@ class EnhancedPodcastTracks : public ::testing::TestWithParam<Layout>
 const std::vector<std::string> kTitles = {"Welcome", "Method", "Results"};
 const std::vector<std::int64_t> kTimes = {0, 600, 1500};
 
-} // namespace
+}  // namespace
 
 TEST_P(EnhancedPodcastTracks, EveryChunkOffsetPointsAtItsSample)
 {

@@ -6,20 +6,18 @@
 
 using namespace quillora;
 
-namespace
-{
+namespace {
 
 // Installs a table for one test and puts the previous one back.
-class InstalledStrings
-{
-  public:
+class InstalledStrings {
+public:
     explicit InstalledStrings(std::string_view text) : previous_(ErrorStrings::errorStrings())
     {
         ErrorStrings::setErrorStrings(std::make_shared<ErrorStrings>(ErrorStrings::fromText(text)));
     }
     ~InstalledStrings() { ErrorStrings::setErrorStrings(previous_); }
 
-  private:
+private:
     std::shared_ptr<const ErrorStrings> previous_;
 };
 
@@ -39,7 +37,7 @@ constexpr std::string_view kTable = R"(
 "empty" = "";
 )";
 
-} // namespace
+}  // namespace
 
 TEST(ErrorCreation, TextsComeFromTheInstalledTable)
 {

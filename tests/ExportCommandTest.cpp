@@ -80,8 +80,7 @@ TEST_P(ExportThroughTheHost, WritesAPodcastThatOtherReadersPlayWithChaptersPictu
     EXPECT_EQ(test::ffmpegDecodeErrors(output), "");
     EXPECT_EQ(probe(output, "-show_entries chapter=start_time:chapter_tags=title"),
               "0.000000,Welcome\n1.000000,Waves\n2.000000,Questions\n");
-    EXPECT_EQ(probe(output, "-select_streams v -show_entries stream=codec_name,nb_frames"),
-              "mjpeg,3\n");
+    EXPECT_EQ(probe(output, "-select_streams v -show_entries stream=codec_name,nb_frames"), "mjpeg,3\n");
     EXPECT_EQ(probe(output, "-show_entries format_tags=title,artist,copyright"),
               "Waves and tides,Ada Lovelace,2026 Ada\n");
     // Nothing of the user's is rewritten; the working copy stays in the scratch folder.
@@ -95,20 +94,19 @@ TEST_P(ExportThroughTheHost, WritesAPodcastThatOtherReadersPlayWithChaptersPictu
     EXPECT_TRUE(workingCopy);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    FormatsAndLayouts, ExportThroughTheHost,
-    // A lecture recording has one sound track: the chapter track's fixed ID 2
-    // would clash with a second one.
-    ::testing::Values(std::make_tuple("recording-moov-first.m4a", ".m4a"),
-                      std::make_tuple("recording-moov-last.m4a", ".m4b"),
-                      std::make_tuple("recording-moov-first.m4a", ".m4v")),
-    [](const auto& parameters) {
-        std::string name = std::get<0>(parameters.param) + std::get<1>(parameters.param);
-        for (char& c : name) {
-            if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
-        }
-        return name;
-    });
+INSTANTIATE_TEST_SUITE_P(FormatsAndLayouts, ExportThroughTheHost,
+                         // A lecture recording has one sound track: the chapter track's fixed ID 2
+                         // would clash with a second one.
+                         ::testing::Values(std::make_tuple("recording-moov-first.m4a", ".m4a"),
+                                           std::make_tuple("recording-moov-last.m4a", ".m4b"),
+                                           std::make_tuple("recording-moov-first.m4a", ".m4v")),
+                         [](const auto& parameters) {
+                             std::string name = std::get<0>(parameters.param) + std::get<1>(parameters.param);
+                             for (char& c : name) {
+                                 if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+                             }
+                             return name;
+                         });
 
 TEST(ExportCommand, RefusesBadInputBeforeAnyWorkWithAMessageNamingTheFile)
 {

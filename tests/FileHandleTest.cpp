@@ -31,7 +31,8 @@ TEST(FileHandle, InsertAndRemoveMatchAPlainVectorForEveryBufferSize)
                 const auto count = static_cast<std::int64_t>(random() % 60);
                 file.removeBytes(offset, count);
                 model.erase(model.begin() + offset,
-                            model.begin() + std::min<std::int64_t>(offset + count, static_cast<std::int64_t>(model.size())));
+                            model.begin() +
+                                std::min<std::int64_t>(offset + count, static_cast<std::int64_t>(model.size())));
             }
             ASSERT_EQ(file.length(), static_cast<std::int64_t>(model.size())) << "buffer " << buffer;
         }

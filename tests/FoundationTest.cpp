@@ -17,9 +17,14 @@ using namespace quillora;
 TEST(Bytes, WritesBigEndianExceptTheOneLittleEndianPut)
 {
     ByteWriter w;
-    w.putU16BE(0x0102).putU32BE(0x03040506).putU32LE(0x0708090A).putFourCC(fourCC("moov")).putFixed16_16(1.0).putFixed8_8(-1.0);
-    const Bytes expected = {0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x0A, 0x09, 0x08, 0x07, 'm', 'o', 'o', 'v',
-                            0x00, 0x01, 0x00, 0x00, 0xFF, 0x00};
+    w.putU16BE(0x0102)
+        .putU32BE(0x03040506)
+        .putU32LE(0x0708090A)
+        .putFourCC(fourCC("moov"))
+        .putFixed16_16(1.0)
+        .putFixed8_8(-1.0);
+    const Bytes expected = {0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x0A, 0x09, 0x08, 0x07,
+                            'm',  'o',  'o',  'v',  0x00, 0x01, 0x00, 0x00, 0xFF, 0x00};
     EXPECT_EQ(w.bytes(), expected);
 
     ByteReader r(expected);
@@ -81,9 +86,9 @@ TEST(PropertyList, RoundTripsXmlAndReadsJsonAndBinary)
     EXPECT_THROW(propertyListFromBytes(Bytes{'n', 'o', 'p', 'e'}), FormatError);
 
     // A binary property list as the host platform writes it: {"a": 1}.
-    const Bytes binary = {'b', 'p', 'l', 'i', 's', 't', '0', '0', 0xD1, 0x01, 0x02, 0x51, 'a', 0x10, 0x01, 0x08,
-                          0x0B, 0x0D, 0, 0, 0, 0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0, 0,
-                          0, 0, 0, 0, 0, 0, 0, 0x0F};
+    const Bytes binary = {'b',  'p', 'l', 'i', 's', 't', '0', '0', 0xD1, 0x01, 0x02, 0x51, 'a', 0x10, 0x01, 0x08, 0x0B,
+                          0x0D, 0,   0,   0,   0,   0,   0,   1,   1,    0,    0,    0,    0,   0,    0,    0,    3,
+                          0,    0,   0,   0,   0,   0,   0,   0,   0,    0,    0,    0,    0,   0,    0,    0x0F};
     EXPECT_EQ(propertyListFromBytes(binary), Value::dictionary({{"a", 1}}));
 }
 

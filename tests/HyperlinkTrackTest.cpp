@@ -11,8 +11,7 @@
 
 using namespace quillora;
 
-namespace
-{
+namespace {
 
 Bytes expectedLinkSample(std::string_view title, std::string_view url)
 {
@@ -47,7 +46,7 @@ void expectSamples(const test::WrittenFile& written, const toolbox::AtomNode& tr
     }
 }
 
-} // namespace
+}  // namespace
 
 TEST(HyperlinkTrack, WritesLinkSamplesWithSixteenBitDurations)
 {
@@ -75,7 +74,7 @@ TEST(HyperlinkTrack, WritesLinkSamplesWithSixteenBitDurations)
     const Bytes noLink = {0, 0, 0, 0, 0, 0x0E, 'h', 'r', 'e', 'f', 0, 0, 0, 0, 0, 0};
     EXPECT_EQ(expectedLinkSample("", ""), noLink);
     const Bytes docs = expectedLinkSample("Docs", longURL);
-    EXPECT_EQ(docs[6 + 8 + 4], 44); // the URL length byte: 300 mod 256
+    EXPECT_EQ(docs[6 + 8 + 4], 44);  // the URL length byte: 300 mod 256
     expectSamples(written, trak, {noLink, docs, expectedLinkSample("A longer title", "http://x.y")});
     // A gap of 40000 does not fit in 16 signed bits.
     EXPECT_EQ(written.sampleDurations(trak), (std::vector<std::uint32_t>{0xFFFF9C40, 100, 9900}));

@@ -99,8 +99,10 @@ protected:
 
     static void expectOpaque(const VImage& image)
     {
-        if (image.bands() == 4) EXPECT_EQ(image.extract_band(3).min(), 255);
-        else EXPECT_EQ(image.bands(), 3);
+        if (image.bands() == 4)
+            EXPECT_EQ(image.extract_band(3).min(), 255);
+        else
+            EXPECT_EQ(image.bands(), 3);
     }
 
     // A picture drawn at (x, y) with the given size on a black canvas: the
@@ -120,9 +122,9 @@ protected:
         if (x + width + m < canvas.width())
             expectRegion(canvas, x + width + m, y, canvas.width() - x - width - m, height, kBlack, tolerance);
         expectRegion(canvas, x, y, width, height, colour, tolerance + m);
-        expectRegion(canvas, x + m, y + m, width - 2 * m, 1, colour, tolerance);           // first row
+        expectRegion(canvas, x + m, y + m, width - 2 * m, 1, colour, tolerance);               // first row
         expectRegion(canvas, x + m, y + height - 1 - m, width - 2 * m, 1, colour, tolerance);  // last row
-        expectRegion(canvas, x + m, y + m, 1, height - 2 * m, colour, tolerance);          // first column
+        expectRegion(canvas, x + m, y + m, 1, height - 2 * m, colour, tolerance);              // first column
         expectRegion(canvas, x + width - 1 - m, y + m, 1, height - 2 * m, colour, tolerance);  // last column
     }
 
@@ -480,9 +482,8 @@ TEST_F(ImageResizerTest, GreyPicturesAndPicturesWithAlphaAreDrawnSourceOver)
     const auto grey = save(solid(400, 300, {200}), "grey.png");
     const auto greyHalfClear = save(solid(400, 300, {100}).bandjoin(alpha), "grey-half-clear.png");
     // One band of no colour meaning, in libvips' own format.
-    const auto plain =
-        save(solid(400, 300, {50}).copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_MULTIBAND)),
-             "plain.v");
+    const auto plain = save(
+        solid(400, 300, {50}).copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_MULTIBAND)), "plain.v");
     std::vector<Value> records = {transition(halfClear), transition(opaque), transition(grey),
                                   transition(greyHalfClear), transition(plain)};
     ASSERT_TRUE(resize(records));

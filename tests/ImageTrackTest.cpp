@@ -14,8 +14,7 @@
 
 using namespace quillora;
 
-namespace
-{
+namespace {
 
 constexpr std::string_view kMethod = "-[QTDataEditor addImages:toFile:path:withParameters:notifying:error:]";
 
@@ -54,8 +53,7 @@ Bytes utf16Name(std::string_view text)
 {
     ByteWriter w;
     w.putU8(static_cast<std::uint8_t>(2 * text.size()));
-    for (char c : text)
-        w.putU8(0).putU8(static_cast<std::uint8_t>(c));
+    for (char c : text) w.putU8(0).putU8(static_cast<std::uint8_t>(c));
     return w.take();
 }
 
@@ -79,9 +77,8 @@ void expectPicturesAtTheirOffsets(const test::WrittenFile& written, const toolbo
     }
 }
 
-class ImageTrack : public ::testing::Test
-{
-  protected:
+class ImageTrack : public ::testing::Test {
+protected:
     bool add(const std::filesystem::path& movie, const Value& slides, const Value& given)
     {
         FileHandle file(movie, FileHandle::Mode::Updating);
@@ -97,7 +94,7 @@ class ImageTrack : public ::testing::Test
     const Value parameters = Value::dictionary({{"duration", 3000}, {"trackID", 3}});
 };
 
-} // namespace
+}  // namespace
 
 TEST_F(ImageTrack, WritesEveryPictureAndDescribesTheFirst)
 {
@@ -163,7 +160,7 @@ TEST_F(ImageTrack, GivesUpWithItsMessageAndLeavesWhatWasAppended)
     struct Case {
         Value slides;
         std::string message;
-        int appended; // pictures in the media data when it stops
+        int appended;  // pictures in the media data when it stops
     };
     const std::vector<Case> cases = {
         {Value::array({slide(0, notAPicture)}), "Couldn't determine image type", 0},

@@ -7,8 +7,7 @@
 
 using namespace quillora;
 
-namespace
-{
+namespace {
 
 std::filesystem::path lectureWithChapters(const test::TemporaryFolder& folder)
 {
@@ -25,7 +24,7 @@ std::filesystem::path lectureWithChapters(const test::TemporaryFolder& folder)
     return path;
 }
 
-} // namespace
+}  // namespace
 
 TEST(InspectCommand, PrintsTracksChaptersAndTags)
 {
@@ -55,7 +54,7 @@ TEST(InspectCommand, RefusesWhatIsNotAMovieAndWarnsAboutDamage)
     Bytes bytes = test::readFile(path);
     std::int64_t chapterTable = 0;
     for (const auto& node : toolbox::readAtomTree(path).atoms) {
-        if (node.type == atom::stts) chapterTable = node.offset; // the last one: the chapter track's
+        if (node.type == atom::stts) chapterTable = node.offset;  // the last one: the chapter track's
     }
     ASSERT_NE(chapterTable, 0);
     std::fill_n(bytes.begin() + chapterTable + 12, 4, 0xFF);

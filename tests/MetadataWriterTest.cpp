@@ -50,7 +50,8 @@ std::vector<Bytes> chunkHeads(const std::filesystem::path& path)
     std::vector<Bytes> heads;
     for (const auto& track : test::chunkOffsetsByTrack(path)) {
         for (auto offset : track.offsets) {
-            const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(std::min<std::uint64_t>(offset, bytes.size()));
+            const auto begin =
+                bytes.begin() + static_cast<std::ptrdiff_t>(std::min<std::uint64_t>(offset, bytes.size()));
             heads.emplace_back(begin, begin + std::min<std::ptrdiff_t>(16, bytes.end() - begin));
         }
     }
@@ -72,8 +73,12 @@ TEST(MetadataWriter, CreatesTheContainersThenReplacesOnlyTheList)
     const auto path = test::copyFixture("recording-no-udta.m4a", folder);
     const auto headsBefore = chunkHeads(path);
     // "Café" is 4 UTF-16 units but 5 UTF-8 bytes; "a" + U+1F600 is 3 units, 5 bytes.
-    Value tags = Value::dictionary({{"title", "Caf\xC3\xA9"}, {"tracknum", "3"}, {"className", "Optics"},
-                                    {"class name", "Physics 2"}, {"software", "Other"}, {"album", "a\xF0\x9F\x98\x80"}});
+    Value tags = Value::dictionary({{"title", "Caf\xC3\xA9"},
+                                    {"tracknum", "3"},
+                                    {"className", "Optics"},
+                                    {"class name", "Physics 2"},
+                                    {"software", "Other"},
+                                    {"album", "a\xF0\x9F\x98\x80"}});
     CapturedLog log;
     writeMetadata(tags, path);
 
@@ -125,8 +130,12 @@ TEST_P(MetadataWriterLayouts, KeepsTheAudioAndReadsBackWithMutagen)
                                    test::shellQuote(path.string()) + " 2>&1");
     ASSERT_EQ(result.status, 0) << result.output;
     EXPECT_EQ(valueFromJson(result.output), Value::dictionary({{"\xC2\xA9nam", "Lecture 4"},
-                                                               {"\xC2\xA9" "ART", "Ann Lee"},
-                                                               {"\xC2\xA9" "cpy", "2024 Ann Lee"},
+                                                               {"\xC2\xA9"
+                                                                "ART",
+                                                                "Ann Lee"},
+                                                               {"\xC2\xA9"
+                                                                "cpy",
+                                                                "2024 Ann Lee"},
                                                                {"tvnn", "North College"},
                                                                {"tvsh", "Physics"},
                                                                {"\xC2\xA9swr", "Quillora"}}));

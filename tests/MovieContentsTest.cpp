@@ -12,8 +12,7 @@
 using namespace quillora;
 using toolbox::readMovieContents;
 
-namespace
-{
+namespace {
 
 Bytes atomOf(const char* type, const Bytes& payload)
 {
@@ -25,8 +24,7 @@ Bytes atomOf(const char* type, const Bytes& payload)
 Bytes concat(std::initializer_list<Bytes> parts)
 {
     Bytes all;
-    for (const auto& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
+    for (const auto& part : parts) all.insert(all.end(), part.begin(), part.end());
     return all;
 }
 
@@ -55,16 +53,13 @@ Bytes trackAtom(const TrackPlan& plan, std::uint32_t firstSampleOffset)
     stsd.putU32BE(0).putU32BE(1).putBytes(plan.sampleDescription);
     ByteWriter stsc;
     stsc.putU32BE(0).putU32BE(static_cast<std::uint32_t>(plan.chunkRuns.size()));
-    for (auto [first, perChunk] : plan.chunkRuns)
-        stsc.putU32BE(first).putU32BE(perChunk).putU32BE(1);
+    for (auto [first, perChunk] : plan.chunkRuns) stsc.putU32BE(first).putU32BE(perChunk).putU32BE(1);
     ByteWriter stsz;
     stsz.putU32BE(0).putU32BE(0).putU32BE(static_cast<std::uint32_t>(plan.samples.size()));
-    for (const auto& sample : plan.samples)
-        stsz.putU32BE(static_cast<std::uint32_t>(sample.size()));
+    for (const auto& sample : plan.samples) stsz.putU32BE(static_cast<std::uint32_t>(sample.size()));
     ByteWriter stts;
     stts.putU32BE(0).putU32BE(static_cast<std::uint32_t>(plan.durations.size()));
-    for (auto duration : plan.durations)
-        stts.putU32BE(1).putU32BE(duration);
+    for (auto duration : plan.durations) stts.putU32BE(1).putU32BE(duration);
 
     // Chunk offsets follow from the runs and the sample sizes.
     std::vector<std::uint32_t> chunkOffsets;
@@ -83,8 +78,7 @@ Bytes trackAtom(const TrackPlan& plan, std::uint32_t firstSampleOffset)
     }
     ByteWriter stco;
     stco.putU32BE(0).putU32BE(static_cast<std::uint32_t>(chunkOffsets.size()));
-    for (auto chunkOffset : chunkOffsets)
-        stco.putU32BE(chunkOffset);
+    for (auto chunkOffset : chunkOffsets) stco.putU32BE(chunkOffset);
 
     const Bytes stbl =
         atomOf("stbl", concat({atomOf("stsd", stsd.bytes()), atomOf("stsc", stsc.bytes()), atomOf("stsz", stsz.bytes()),
@@ -165,8 +159,7 @@ Bytes handBuiltLecture()
     Bytes traks;
     for (const auto& plan : plans) {
         const auto firstOffset = static_cast<std::uint32_t>(ftyp.size() + 8 + media.size());
-        for (const auto& sample : plan.samples)
-            media.insert(media.end(), sample.begin(), sample.end());
+        for (const auto& sample : plan.samples) media.insert(media.end(), sample.begin(), sample.end());
         traks = concat({traks, trackAtom(plan, firstOffset)});
     }
     ByteWriter mvhd;
@@ -180,7 +173,7 @@ Bytes handBuiltLecture()
     return concat({ftyp, atomOf("mdat", media), atomOf("moov", concat({atomOf("mvhd", mvhd.bytes()), traks, udta}))});
 }
 
-} // namespace
+}  // namespace
 
 TEST(MovieContents, ReadsEveryKindOfTrackOfAHandBuiltLecture)
 {
@@ -200,9 +193,9 @@ TEST(MovieContents, ReadsEveryKindOfTrackOfAHandBuiltLecture)
 
     EXPECT_EQ(contents.chapters.trackID, 2u);
     ASSERT_EQ(contents.chapters.samples.size(), 3u);
-    EXPECT_EQ(contents.chapters.samples[1].text, "  Optics"); // second sample of the first chunk
+    EXPECT_EQ(contents.chapters.samples[1].text, "  Optics");  // second sample of the first chunk
     EXPECT_DOUBLE_EQ(contents.chapters.samples[1].start, 1.5);
-    EXPECT_EQ(contents.chapters.samples[2].text, "Chapter 3"); // the second chunk
+    EXPECT_EQ(contents.chapters.samples[2].text, "Chapter 3");  // the second chunk
     EXPECT_DOUBLE_EQ(contents.chapters.samples[2].start, 2.5);
     EXPECT_DOUBLE_EQ(contents.chapters.samples[2].duration, 0.5);
 
@@ -245,7 +238,7 @@ TEST(MovieContents, ReadsChaptersAndTagsThatFfmpegWrote)
     const auto contents = readMovieContents(path);
     ASSERT_EQ(contents.tracks.size(), 2u);
     EXPECT_EQ(contents.tracks[0].handlerType, fourCC("soun"));
-    EXPECT_GT(contents.tracks[0].sampleCount, 100u); // about 3 s of 1024-sample AAC frames at 44.1 kHz
+    EXPECT_GT(contents.tracks[0].sampleCount, 100u);  // about 3 s of 1024-sample AAC frames at 44.1 kHz
     EXPECT_EQ(contents.chapters.trackID, contents.tracks[1].trackID);
     ASSERT_EQ(contents.chapters.samples.size(), 2u);
     EXPECT_EQ(contents.chapters.samples[0].text, "Introduction");
@@ -255,8 +248,7 @@ TEST(MovieContents, ReadsChaptersAndTagsThatFfmpegWrote)
     EXPECT_EQ(contents.notes.trackID, 0u);
 
     std::map<std::string, std::string> tags;
-    for (const auto& tag : contents.tags)
-        tags[stringFromFourCC(tag.type)] = tag.value;
+    for (const auto& tag : contents.tags) tags[stringFromFourCC(tag.type)] = tag.value;
     EXPECT_EQ(tags["\xC2\xA9nam"], "Week 3");
     EXPECT_EQ(tags["\xC2\xA9"
                    "ART"],
@@ -278,11 +270,11 @@ TEST(MovieContents, DamagedFilesAreReportedNeverOverrun)
     ASSERT_EQ(chunkTables.size(), 5u);
     const auto moovOffset = static_cast<std::size_t>(toolbox::readAtomTree(path).find({atom::moov})->offset);
     Bytes moved = lecture;
-    std::fill_n(moved.begin() + chunkTables[1] + 16, 4, 0x7F); // the chapter track's first chunk
+    std::fill_n(moved.begin() + chunkTables[1] + 16, 4, 0x7F);  // the chapter track's first chunk
     test::writeFile(path, moved);
     auto contents = readMovieContents(path);
     EXPECT_FALSE(contents.problems.empty());
-    EXPECT_EQ(contents.chapters.samples.size(), 1u); // only the second chunk's sample is in the file
+    EXPECT_EQ(contents.chapters.samples.size(), 1u);  // only the second chunk's sample is in the file
     EXPECT_EQ(contents.links.samples.size(), 3u);
 
     // Every cut and every overwritten byte gives contents or NotAMovie, nothing else.

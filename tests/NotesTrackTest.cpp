@@ -10,8 +10,7 @@
 
 using namespace quillora;
 
-namespace
-{
+namespace {
 
 Bytes expectedNotesSample(std::string_view text)
 {
@@ -25,7 +24,7 @@ std::uint32_t sixteenBits(std::int64_t difference)
     return static_cast<std::uint32_t>(static_cast<std::int32_t>(static_cast<std::int16_t>(difference)));
 }
 
-} // namespace
+}  // namespace
 
 TEST(NotesTrack, CarriesNotesForwardAndEncodesOnlyASCII)
 {

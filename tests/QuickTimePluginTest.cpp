@@ -22,8 +22,7 @@ using test::TemporaryFolder;
 class TestUserInterface : public HostUserInterface {
 public:
     void showWindow(std::string_view nib) override { shownNib = nib; }
-    void beginSavePanel(const SavePanelRequest& request,
-                        std::function<void(int, const std::string&)> done) override
+    void beginSavePanel(const SavePanelRequest& request, std::function<void(int, const std::string&)> done) override
     {
         savePanel = request;
         done(savePanelAnswer, savePanelPath);
@@ -145,8 +144,8 @@ TEST(EnhancedPodcastExport, WritesTracksTwoThreeFourAndCopiesAfterTheExportOnThe
     lecture.slides.asArray()->at(1).asDictionary()->set(
         "linkURL", Value::dictionary({{"title", "Notes"}, {"url", "https://example.org/notes"}}));
     const Bytes original = test::readFile(lecture.recording);
-    ScopedDefaults defaults(Value::dictionary({{"supportForURL", true}, {"textTrackFontFace", "Helvetica"},
-                                               {"textTrackFontSize", 12}}));
+    ScopedDefaults defaults(
+        Value::dictionary({{"supportForURL", true}, {"textTrackFontFace", "Helvetica"}, {"textTrackFontSize", 12}}));
     TestUserInterface ui;
     CapturedLog log;
 

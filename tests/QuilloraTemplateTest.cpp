@@ -23,7 +23,7 @@ TEST(QuilloraTemplate, DictionaryFormAlwaysHasTheFourKeys)
     EXPECT_EQ(full.name(), "Weekly");
     EXPECT_EQ(full.format(), ".m4b");
     EXPECT_EQ(full.pluginClassName(), "QuickTimePlugin");
-    EXPECT_EQ(full.tags().asDictionary(), tags.asDictionary()); // the same dictionary, not a copy
+    EXPECT_EQ(full.tags().asDictionary(), tags.asDictionary());  // the same dictionary, not a copy
     EXPECT_FALSE(full.dictionaryRepresentation().get("x"));
     EXPECT_EQ(QuilloraTemplate(full.dictionaryRepresentation()), full);
 }

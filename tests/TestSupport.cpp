@@ -25,7 +25,10 @@ TemporaryFolder::~TemporaryFolder()
     std::filesystem::remove_all(path_, ignored);
 }
 
-std::filesystem::path fixture(const std::string& name) { return std::filesystem::path(QUILLORA_FIXTURES) / name; }
+std::filesystem::path fixture(const std::string& name)
+{
+    return std::filesystem::path(QUILLORA_FIXTURES) / name;
+}
 
 std::filesystem::path copyFixture(const std::string& name, const TemporaryFolder& folder)
 {
@@ -108,7 +111,8 @@ std::vector<TrackChunks> chunkOffsetsByTrack(const std::filesystem::path& path)
                 if (node.type == atom::stco) {
                     chunks.offsets.push_back(readU32BE(p + 16 + 4 * i));
                 } else {
-                    chunks.offsets.push_back((std::uint64_t{readU32BE(p + 16 + 8 * i)} << 32) | readU32BE(p + 20 + 8 * i));
+                    chunks.offsets.push_back((std::uint64_t{readU32BE(p + 16 + 8 * i)} << 32) |
+                                             readU32BE(p + 20 + 8 * i));
                 }
             }
         }
@@ -141,7 +145,8 @@ std::string ffmpegDecodeErrors(const std::filesystem::path& path)
     // Every audio and picture stream; text tracks have nothing to decode.
     auto result =
         runCommand("ffmpeg -nostdin -v error -i " + shellQuote(path.string()) + " -map 0:a -map 0:v? -f null -");
-    if (result.status != 0 && result.output.empty()) return "ffmpeg exited with status " + std::to_string(result.status);
+    if (result.status != 0 && result.output.empty())
+        return "ffmpeg exited with status " + std::to_string(result.status);
     return result.output;
 }
 

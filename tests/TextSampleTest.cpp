@@ -8,8 +8,7 @@
 using namespace quillora;
 using quillora::toolbox::parseTextSample;
 
-namespace
-{
+namespace {
 
 Bytes linkSample(const std::string& title, const std::string& url)
 {
@@ -21,7 +20,7 @@ Bytes linkSample(const std::string& title, const std::string& url)
     return sample.take();
 }
 
-} // namespace
+}  // namespace
 
 TEST(TextSample, ReadsChapterAndLinkSamples)
 {

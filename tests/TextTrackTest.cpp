@@ -10,8 +10,7 @@
 
 using namespace quillora;
 
-namespace
-{
+namespace {
 
 constexpr std::uint32_t kOneMinute = 36000;
 
@@ -35,8 +34,7 @@ Bytes expectedGmhd()
     ByteWriter gmin;
     gmin.putU32BE(0).putU16BE(0x0040).putU16BE(0x8000).putU16BE(0x8000).putU16BE(0x8000).putU16BE(0).putU16BE(0);
     ByteWriter text;
-    for (std::uint32_t v : {0x00010000u, 0u, 0u, 0u, 0x00010000u, 0u, 0u, 0u, 0x40000000u})
-        text.putU32BE(v);
+    for (std::uint32_t v : {0x00010000u, 0u, 0u, 0u, 0x00010000u, 0u, 0u, 0u, 0x40000000u}) text.putU32BE(v);
     ByteWriter both;
     both.putBytes(test::expectedAtom("gmin", gmin.bytes())).putBytes(test::expectedAtom("text", text.bytes()));
     return test::expectedAtom("gmhd", both.bytes());
@@ -79,7 +77,7 @@ Bytes stsdHolding(const Bytes& entry)
 const std::vector<std::uint32_t> kStblChildrenChapter = {atom::stsd, atom::stsc, atom::stsz, atom::stts, atom::stco};
 const std::vector<std::uint32_t> kStblChildrenTimedText = {atom::stsd, atom::stsc, atom::stsz, atom::stco, atom::stts};
 
-} // namespace
+}  // namespace
 
 TEST(TextTrack, ChapterSkeletonMatchesTheLayoutByteForByte)
 {

@@ -5,8 +5,7 @@
 #include "TestSupport.h"
 #include "foundation/FourCC.h"
 
-namespace quillora::test
-{
+namespace quillora::test {
 
 WrittenFile::WrittenFile(const std::filesystem::path& path) : bytes_(readFile(path)), tree_(toolbox::readAtomTree(path))
 {
@@ -61,8 +60,7 @@ std::vector<std::uint32_t> WrittenFile::childTypes(const toolbox::AtomNode& pare
 {
     std::vector<std::uint32_t> types;
     if (auto node = nodeBelow(parent, path)) {
-        for (const auto& child : tree_.childrenOf(*node))
-            types.push_back(child.type);
+        for (const auto& child : tree_.childrenOf(*node)) types.push_back(child.type);
     }
     return types;
 }
@@ -75,8 +73,7 @@ Bytes WrittenFile::bytesAt(std::uint64_t offset, std::size_t length) const
                  bytes_.begin() + static_cast<std::ptrdiff_t>(offset + length));
 }
 
-namespace
-{
+namespace {
 
 std::vector<std::uint32_t> tableEntries(const Bytes& table, std::size_t headerBytes, std::size_t stride)
 {
@@ -96,7 +93,7 @@ std::vector<std::uint32_t> tableEntries(const Bytes& table, std::size_t headerBy
     return entries;
 }
 
-} // namespace
+}  // namespace
 
 std::vector<std::uint32_t> WrittenFile::sampleSizes(const toolbox::AtomNode& trak) const
 {
@@ -132,14 +129,12 @@ Bytes lengthPrefixed(std::string_view text)
     return w.take();
 }
 
-namespace
-{
+namespace {
 void putIdentityMatrix(ByteWriter& w)
 {
-    for (std::uint32_t v : {0x00010000u, 0u, 0u, 0u, 0x00010000u, 0u, 0u, 0u, 0x40000000u})
-        w.putU32BE(v);
+    for (std::uint32_t v : {0x00010000u, 0u, 0u, 0u, 0x00010000u, 0u, 0u, 0u, 0x40000000u}) w.putU32BE(v);
 }
-} // namespace
+}  // namespace
 
 Bytes expectedTkhd(std::uint32_t flags, std::uint32_t trackID, std::uint32_t duration, std::uint32_t size)
 {
@@ -147,7 +142,7 @@ Bytes expectedTkhd(std::uint32_t flags, std::uint32_t trackID, std::uint32_t dur
     w.putU8(0).putU8(0).putU8(0).putU8(static_cast<std::uint8_t>(flags));
     w.putU32BE(0xC2F2F59A).putU32BE(0xC2F2F59B).putU32BE(trackID).putU32BE(0).putU32BE(duration);
     w.putZeros(8);
-    w.putZeros(8); // layer, alternate group, volume, reserved: all come out zero
+    w.putZeros(8);  // layer, alternate group, volume, reserved: all come out zero
     putIdentityMatrix(w);
     w.putU32BE(size).putU32BE(size);
     return expectedAtom("tkhd", w.bytes());
@@ -200,4 +195,4 @@ Bytes expectedStsc()
     return expectedAtom("stsc", w.bytes());
 }
 
-} // namespace quillora::test
+}  // namespace quillora::test

@@ -13,12 +13,10 @@
 #include "foundation/Bytes.h"
 #include "toolbox/AtomTree.h"
 
-namespace quillora::test
-{
+namespace quillora::test {
 
-class WrittenFile
-{
-  public:
+class WrittenFile {
+public:
     explicit WrittenFile(const std::filesystem::path& path);
 
     std::vector<toolbox::AtomNode> traks() const;
@@ -31,13 +29,13 @@ class WrittenFile
 
     // The sample tables of a track, read entry by entry.
     std::vector<std::uint32_t> sampleSizes(const toolbox::AtomNode& trak) const;
-    std::vector<std::uint32_t> sampleDurations(const toolbox::AtomNode& trak) const; // each count must be 1
+    std::vector<std::uint32_t> sampleDurations(const toolbox::AtomNode& trak) const;  // each count must be 1
     std::vector<std::uint32_t> chunkOffsets(const toolbox::AtomNode& trak) const;
 
     const Bytes& bytes() const { return bytes_; }
     const toolbox::AtomTree& tree() const { return tree_; }
 
-  private:
+private:
     std::optional<toolbox::AtomNode> nodeBelow(const toolbox::AtomNode& parent,
                                                std::initializer_list<std::uint32_t> path) const;
     Bytes bytes_;
@@ -50,10 +48,9 @@ Bytes expectedEdts(std::uint32_t duration);
 Bytes expectedMdhd(std::uint32_t duration, bool littleEndianDuration);
 Bytes expectedHdlr(std::string_view type, std::string_view subtype, std::string_view manufacturer, std::uint32_t flags,
                    std::uint32_t mask, const Bytes& name);
-Bytes expectedDataHdlr(std::uint32_t mask); // "Apple Alias Data Handler"
+Bytes expectedDataHdlr(std::uint32_t mask);  // "Apple Alias Data Handler"
 Bytes expectedDinf();
 Bytes expectedStsc();
-Bytes lengthPrefixed(std::string_view text); // one length byte
+Bytes lengthPrefixed(std::string_view text);  // one length byte
 
-
-} // namespace quillora::test
+}  // namespace quillora::test

@@ -8,11 +8,11 @@
 
 #include "ExportInputs.h"
 #include "PluginLoader.h"
-#include "TerminalUserInterface.h"
 #include "QuickTimePlugin/QuilloraTemplate.h"
-#include "host/ErrorStrings.h"
+#include "TerminalUserInterface.h"
 #include "foundation/NotificationCenter.h"
 #include "foundation/RunLoop.h"
+#include "host/ErrorStrings.h"
 
 namespace quillora::app {
 
@@ -53,8 +53,8 @@ Value exportParameters(const ExportOptions& options)
         try {
             stored = QuilloraTemplate::templateWithContentsOfFile(*options.templateFile);
         } catch (const std::exception& failure) {
-            throw InputError(fmt::format("The template {} cannot be read: {}", options.templateFile->string(),
-                                         failure.what()));
+            throw InputError(
+                fmt::format("The template {} cannot be read: {}", options.templateFile->string(), failure.what()));
         }
         if (auto format = stored.format()) entries->set("format", *format);
         if (stored.tags().isDictionary()) entries->set("tags", stored.tags());

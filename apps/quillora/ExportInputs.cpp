@@ -13,7 +13,8 @@ namespace {
 
 Value readFile(const std::filesystem::path& path, std::string_view what)
 {
-    if (!std::filesystem::is_regular_file(path)) throw InputError(fmt::format("{} {} does not exist", what, path.string()));
+    if (!std::filesystem::is_regular_file(path))
+        throw InputError(fmt::format("{} {} does not exist", what, path.string()));
     try {
         return readValueFile(path);
     } catch (const std::exception& failure) {
@@ -88,7 +89,8 @@ UserDefaults readDefaults(const std::filesystem::path& path)
 
 void checkRecording(const std::filesystem::path& path)
 {
-    if (!std::filesystem::is_regular_file(path)) throw InputError(fmt::format("The recording {} does not exist", path.string()));
+    if (!std::filesystem::is_regular_file(path))
+        throw InputError(fmt::format("The recording {} does not exist", path.string()));
     std::string error;
     if (!toolbox::Movie::movieWithFile(path, &error)) {
         throw InputError(fmt::format("The recording {} is not a movie file: {}", path.string(), error));

@@ -6,11 +6,9 @@
 #include "foundation/FourCC.h"
 #include "toolbox/MovieContents.h"
 
-namespace quillora::app
-{
+namespace quillora::app {
 
-namespace
-{
+namespace {
 
 void printTimedTexts(std::ostream& out, const char* heading, const toolbox::TextTrackContents& track, bool withURLs)
 {
@@ -51,11 +49,10 @@ void printContents(std::ostream& out, const toolbox::MovieContents& contents)
 
     if (contents.tags.empty()) out << "\nTags: none\n";
     if (!contents.tags.empty()) out << fmt::format("\nTags ({})\n", contents.tags.size());
-    for (const auto& tag : contents.tags)
-        out << fmt::format("  {}  {}\n", stringFromFourCC(tag.type), tag.value);
+    for (const auto& tag : contents.tags) out << fmt::format("  {}  {}\n", stringFromFourCC(tag.type), tag.value);
 }
 
-} // namespace
+}  // namespace
 
 int runInspectCommand(const std::filesystem::path& path, std::ostream& out, std::ostream& err)
 {
@@ -70,9 +67,8 @@ int runInspectCommand(const std::filesystem::path& path, std::ostream& out, std:
         return 1;
     }
     printContents(out, contents);
-    for (const auto& problem : contents.problems)
-        err << "quillora: warning: " << problem << "\n";
+    for (const auto& problem : contents.problems) err << "quillora: warning: " << problem << "\n";
     return contents.problems.empty() ? 0 : 2;
 }
 
-} // namespace quillora::app
+}  // namespace quillora::app

@@ -19,7 +19,10 @@ TerminalUserInterface::TerminalUserInterface(std::istream& in, std::ostream& out
     previousSink_ = setLogSink([this](std::string_view line) { showLogLine(line); });
 }
 
-TerminalUserInterface::~TerminalUserInterface() { setLogSink(std::move(previousSink_)); }
+TerminalUserInterface::~TerminalUserInterface()
+{
+    setLogSink(std::move(previousSink_));
+}
 
 void TerminalUserInterface::showLogLine(std::string_view line)
 {
@@ -52,7 +55,10 @@ void TerminalUserInterface::beginSavePanel(const SavePanelRequest& request,
     done(kSavePanelOKButton, answer);
 }
 
-void TerminalUserInterface::beginProgressSheet() { out_ << "Exporting...\n" << std::flush; }
+void TerminalUserInterface::beginProgressSheet()
+{
+    out_ << "Exporting...\n" << std::flush;
+}
 
 void TerminalUserInterface::endProgressSheet() {}
 

@@ -5,8 +5,8 @@
 #include <iostream>
 
 #include "AtomsCommand.h"
-#include "InspectCommand.h"
 #include "ExportCommand.h"
+#include "InspectCommand.h"
 #include "PluginsCommand.h"
 
 int main(int argc, char** argv)
@@ -19,7 +19,8 @@ int main(int argc, char** argv)
     atoms->add_option("FILE", atomsFile, "The movie or MPEG-4 file to read")->required();
 
     std::string inspectFile;
-    auto* inspect = app.add_subcommand("inspect", "Show a published file's tracks, chapters, pictures, links, notes and tags");
+    auto* inspect =
+        app.add_subcommand("inspect", "Show a published file's tracks, chapters, pictures, links, notes and tags");
     inspect->add_option("FILE", inspectFile, "The movie or MPEG-4 file to read")->required();
     quillora::app::ExportOptions exportOptions;
     auto* exportCommand = app.add_subcommand(

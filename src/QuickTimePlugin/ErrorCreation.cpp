@@ -6,11 +6,9 @@
 
 #include "host/ErrorStrings.h"
 
-namespace quillora
-{
+namespace quillora {
 
-namespace
-{
+namespace {
 
 // The suggestion used as a format with one argument: its first "%@" is
 // replaced; a suggestion without one stays as it is.
@@ -53,7 +51,7 @@ std::optional<std::string> foundText(const ErrorStrings& table, const std::strin
     return text;
 }
 
-} // namespace
+}  // namespace
 
 ErrorRecord errorWithName(std::string_view name, std::string_view reason, const Value& userInfo)
 {
@@ -84,4 +82,4 @@ ErrorRecord errorWithException(const NamedException& exception)
     return errorWithName(exception.name(), exception.reason(), exception.userInfo());
 }
 
-} // namespace quillora
+}  // namespace quillora

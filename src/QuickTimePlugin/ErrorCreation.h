@@ -9,8 +9,7 @@
 #include "foundation/Errors.h"
 #include "foundation/Value.h"
 
-namespace quillora
-{
+namespace quillora {
 
 // The error group names, used as the domains of the records.
 struct QuilloraErrors {
@@ -39,4 +38,4 @@ inline constexpr std::string_view kErrorStringKey = "errorStringKey";
 ErrorRecord errorWithName(std::string_view name, std::string_view reason, const Value& userInfo);
 ErrorRecord errorWithException(const NamedException& exception);
 
-} // namespace quillora
+}  // namespace quillora

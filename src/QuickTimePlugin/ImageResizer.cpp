@@ -40,11 +40,16 @@ float compressionFactorForQuality(std::int64_t quality)
     // The movie toolbox's codec quality levels; anything else (the lossless
     // level among them) asks for PNG.
     switch (quality) {
-    case 0: return 0.1f;
-    case 256: return 0.26f;
-    case 512: return 0.44f;
-    case 768: return 0.6f;
-    default: return 0.0f;
+    case 0:
+        return 0.1f;
+    case 256:
+        return 0.26f;
+    case 512:
+        return 0.44f;
+    case 768:
+        return 0.6f;
+    default:
+        return 0.0f;
     }
 }
 
@@ -286,13 +291,10 @@ std::vector<ImageResizer::Image> ImageResizer::imagesFromTransitions(const Array
         if (path) {
             // Only the header is read here.
             try {
-                VImage picture =
-                    openPicture(*path, VImage::option()->set("access", VIPS_ACCESS_SEQUENTIAL));
+                VImage picture = openPicture(*path, VImage::option()->set("access", VIPS_ACCESS_SEQUENTIAL));
                 const bool unitStated = picture.get_typeof(VIPS_META_RESOLUTION_UNIT) != 0;
-                image = Image{*path,
-                              picture.get_typeof(VIPS_META_LOADER) ? picture.get_string(VIPS_META_LOADER) : "",
-                              picture.width(),
-                              picture.height(),
+                image = Image{*path, picture.get_typeof(VIPS_META_LOADER) ? picture.get_string(VIPS_META_LOADER) : "",
+                              picture.width(), picture.height(),
                               pointSize(pointsForPixels(picture.width(), picture.xres(), unitStated),
                                         pointsForPixels(picture.height(), picture.yres(), unitStated))};
             } catch (const VError& error) {
@@ -300,8 +302,7 @@ std::vector<ImageResizer::Image> ImageResizer::imagesFromTransitions(const Array
             }
         }
         if (!image) {
-            logAt(kSourceFile, kUnableToLoadImageLine, "*** Unable to load image at path {}",
-                  path.value_or("(null)"));
+            logAt(kSourceFile, kUnableToLoadImageLine, "*** Unable to load image at path {}", path.value_or("(null)"));
             continue;
         }
         images.push_back(std::move(*image));
@@ -406,8 +407,8 @@ VImage ImageResizer::drawImage(Image& image, const Rect& rect) const
         picture = pictureHasAlpha ? resample(picture.premultiply()).unpremultiply().cast(VIPS_FORMAT_UCHAR)
                                   : resample(picture);
         if (picture.width() != pictureWidth || picture.height() != pictureHeight) {
-            picture = picture.embed(0, 0, pictureWidth, pictureHeight,
-                                    VImage::option()->set("extend", VIPS_EXTEND_COPY));
+            picture =
+                picture.embed(0, 0, pictureWidth, pictureHeight, VImage::option()->set("extend", VIPS_EXTEND_COPY));
         }
     }
 

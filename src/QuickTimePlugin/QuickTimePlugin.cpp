@@ -28,7 +28,10 @@ constexpr const char* kWorkingFileSuffix = "source.m4a";
 // The export error domain of the chapterized movie.
 constexpr const char* quilloraExportErrDomain = "org.quillora.QuickTimePlugin.exportErr";
 
-const char* outcome(bool success) { return success ? "SUCCESS" : "FAILURE"; }
+const char* outcome(bool success)
+{
+    return success ? "SUCCESS" : "FAILURE";
+}
 
 bool isKnownFormat(const std::string& format)
 {
@@ -55,7 +58,10 @@ std::string stringOrEmpty(const Value& dictionary, std::string_view key)
     return dictionary.stringForKey(key).value_or("");
 }
 
-ErrorRecord stageError(const char* name, const char* reason) { return errorWithException(NamedException(name, reason)); }
+ErrorRecord stageError(const char* name, const char* reason)
+{
+    return errorWithException(NamedException(name, reason));
+}
 
 }  // namespace
 
@@ -153,9 +159,8 @@ bool QuickTimePlugin::handleExport()
     request.allowedFileTypes = {extension};
     request.directory = homeFolder();
     request.fileName = "Untitled." + extension;
-    userInterface().beginSavePanel(request, [this](int returnCode, const std::string& fileName) {
-        savePanelDidEnd(returnCode, fileName);
-    });
+    userInterface().beginSavePanel(
+        request, [this](int returnCode, const std::string& fileName) { savePanelDidEnd(returnCode, fileName); });
     return true;
 }
 
@@ -236,9 +241,8 @@ std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
     // a failed export too. The observer keeps the handle alive, so no later
     // handle can take its address and its notification.
     observations_.push_back(NotificationCenter::defaultCenter().addObserver(
-        kFileHandleDataAvailableNotification, file.get(), [this, file](const Notification&) {
-            acceptDataAvailableNotification();
-        }));
+        kFileHandleDataAvailableNotification, file.get(),
+        [this, file](const Notification&) { acceptDataAvailableNotification(); }));
     file->waitForDataInBackgroundAndNotify();
 
     auto editor = std::make_unique<QTDataEditor>();

@@ -2,11 +2,9 @@
 
 #include "foundation/PropertyList.h"
 
-namespace quillora
-{
+namespace quillora {
 
-namespace
-{
+namespace {
 
 std::optional<std::string> textOf(const Value& value)
 {
@@ -19,7 +17,7 @@ Value valueOf(std::optional<std::string> text)
     return text ? Value(std::move(*text)) : Value();
 }
 
-} // namespace
+}  // namespace
 
 template <typename Template> auto& QuilloraTemplate::field(Template& self, std::string_view key)
 {
@@ -103,4 +101,4 @@ void QuilloraTemplate::writeToFile(const std::filesystem::path& path) const
     writePropertyListFile(path, stored);
 }
 
-} // namespace quillora
+}  // namespace quillora

@@ -12,8 +12,7 @@
 
 #include "foundation/Value.h"
 
-namespace quillora
-{
+namespace quillora {
 
 inline constexpr std::string_view kQuilloraTemplateNameKey = "name";
 inline constexpr std::string_view kQuilloraTemplateFormatKey = "format";
@@ -22,18 +21,16 @@ inline constexpr std::string_view kQuilloraTemplateTagsKey = "tags";
 inline constexpr std::string_view kQuilloraTemplatePathExtension = "quilloraTemplate";
 
 // objectForKey / setObject with a key that is not one of the four.
-class UnknownTemplateKey : public std::invalid_argument
-{
-  public:
+class UnknownTemplateKey : public std::invalid_argument {
+public:
     explicit UnknownTemplateKey(std::string_view key)
         : std::invalid_argument("a template has no value for the key \"" + std::string(key) + "\"")
     {
     }
 };
 
-class QuilloraTemplate
-{
-  public:
+class QuilloraTemplate {
+public:
     QuilloraTemplate() = default;
     // Takes the four values from the dictionary as they are; a missing key
     // (or a dictionary that is none) leaves the field empty.
@@ -66,7 +63,7 @@ class QuilloraTemplate
 
     friend bool operator==(const QuilloraTemplate&, const QuilloraTemplate&) = default;
 
-  private:
+private:
     // The field a key names, const or not, for objectForKey and setObject.
     template <typename Template> static auto& field(Template& self, std::string_view key);
 
@@ -76,4 +73,4 @@ class QuilloraTemplate
     Value tags_;
 };
 
-} // namespace quillora
+}  // namespace quillora

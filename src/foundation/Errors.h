@@ -63,15 +63,14 @@ private:
 class InternalInconsistency : public std::logic_error {
 public:
     InternalInconsistency(const std::string& method, const std::string& file, int line, const std::string& what)
-        : std::logic_error("*** Assertion failure in " + method + ", " + file + ":" + std::to_string(line) + " " +
-                           what)
+        : std::logic_error("*** Assertion failure in " + method + ", " + file + ":" + std::to_string(line) + " " + what)
     {
     }
 };
 
-#define QUILLORA_ASSERT(condition, method, description)                                             \
-    do {                                                                                            \
-        if (!(condition)) throw ::quillora::InternalInconsistency((method), __FILE__, __LINE__, (description)); \
+#define QUILLORA_ASSERT(condition, method, description)                                                                \
+    do {                                                                                                               \
+        if (!(condition)) throw ::quillora::InternalInconsistency((method), __FILE__, __LINE__, (description));        \
     } while (false)
 
 }  // namespace quillora

@@ -156,7 +156,8 @@ void FileHandle::insertBytes(std::int64_t offset, std::span<const std::uint8_t> 
         // copy the tail from its end backwards: each block lands beyond
         // bytes still to be read.
         if (::ftruncate(fd_, oldLength + gap) != 0) fail("truncate");
-        std::vector<std::uint8_t> buffer(std::min<std::int64_t>(static_cast<std::int64_t>(moveBufferSize_), oldLength - offset));
+        std::vector<std::uint8_t> buffer(
+            std::min<std::int64_t>(static_cast<std::int64_t>(moveBufferSize_), oldLength - offset));
         std::int64_t end = oldLength;
         while (end > offset) {
             auto block = std::min<std::int64_t>(static_cast<std::int64_t>(buffer.size()), end - offset);
@@ -184,7 +185,8 @@ void FileHandle::removeBytes(std::int64_t offset, std::int64_t count)
         position_ = offset;
         return;
     }
-    std::vector<std::uint8_t> buffer(std::min<std::int64_t>(static_cast<std::int64_t>(moveBufferSize_), oldLength - offset - count));
+    std::vector<std::uint8_t> buffer(
+        std::min<std::int64_t>(static_cast<std::int64_t>(moveBufferSize_), oldLength - offset - count));
     for (std::int64_t from = offset + count; from < oldLength;) {
         auto block = std::min<std::int64_t>(static_cast<std::int64_t>(buffer.size()), oldLength - from);
         readFully(from, buffer.data(), static_cast<std::size_t>(block));

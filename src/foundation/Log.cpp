@@ -77,7 +77,10 @@ CapturedLog::CapturedLog()
     });
 }
 
-CapturedLog::~CapturedLog() { setLogSink(std::move(previous_)); }
+CapturedLog::~CapturedLog()
+{
+    setLogSink(std::move(previous_));
+}
 
 std::vector<std::string> CapturedLog::lines() const
 {

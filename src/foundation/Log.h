@@ -17,15 +17,13 @@ using LogSink = std::function<void(std::string_view message)>;
 
 void logLine(std::string_view message);
 
-template <typename... Args>
-void logf(fmt::format_string<Args...> format, Args&&... args)
+template <typename... Args> void logf(fmt::format_string<Args...> format, Args&&... args)
 {
     logLine(fmt::format(format, std::forward<Args>(args)...));
 }
 
 // A line made inside a method: the method's full name, two blanks, the message.
-template <typename... Args>
-void logMethod(std::string_view method, fmt::format_string<Args...> format, Args&&... args)
+template <typename... Args> void logMethod(std::string_view method, fmt::format_string<Args...> format, Args&&... args)
 {
     logLine(fmt::format("{}  {}", method, fmt::format(format, std::forward<Args>(args)...)));
 }

@@ -59,7 +59,8 @@ Value valueFromPlistNode(plist_t node, int depth)
     case PLIST_ARRAY: {
         Array items;
         std::uint32_t count = plist_array_get_size(node);
-        for (std::uint32_t i = 0; i < count; ++i) items.push_back(valueFromPlistNode(plist_array_get_item(node, i), depth + 1));
+        for (std::uint32_t i = 0; i < count; ++i)
+            items.push_back(valueFromPlistNode(plist_array_get_item(node, i), depth + 1));
         return Value::array(std::move(items));
     }
     case PLIST_DICT: {
@@ -219,7 +220,10 @@ Value valueFromJson(std::string_view text)
     }
 }
 
-std::string jsonFromValue(const Value& value, int indent) { return jsonNodeFromValue(value).dump(indent); }
+std::string jsonFromValue(const Value& value, int indent)
+{
+    return jsonNodeFromValue(value).dump(indent);
+}
 
 Bytes readWholeFile(const std::filesystem::path& path)
 {

@@ -14,7 +14,9 @@ namespace quillora {
 class UserDefaults {
 public:
     UserDefaults() : values_(std::make_shared<Dictionary>()) {}
-    explicit UserDefaults(DictionaryRef values) : values_(values ? std::move(values) : std::make_shared<Dictionary>()) {}
+    explicit UserDefaults(DictionaryRef values) : values_(values ? std::move(values) : std::make_shared<Dictionary>())
+    {
+    }
 
     // Throws FormatError when the file is not a dictionary in a known form.
     static UserDefaults fromFile(const std::filesystem::path& path);
@@ -25,9 +27,9 @@ public:
     static void setStandardUserDefaults(UserDefaults defaults);
 
     const Value* objectForKey(std::string_view key) const { return values_->find(key); }
-    bool boolForKey(std::string_view key) const;           // missing: false
-    std::int64_t integerForKey(std::string_view key) const; // missing: 0
-    double doubleForKey(std::string_view key) const;        // missing: 0
+    bool boolForKey(std::string_view key) const;             // missing: false
+    std::int64_t integerForKey(std::string_view key) const;  // missing: 0
+    double doubleForKey(std::string_view key) const;         // missing: 0
     std::optional<std::string> stringForKey(std::string_view key) const;
     std::optional<Bytes> dataForKey(std::string_view key) const;
 

@@ -32,8 +32,8 @@ using DictionaryRef = std::shared_ptr<Dictionary>;
 
 class Value {
 public:
-    using Storage = std::variant<std::monostate, bool, std::int64_t, double, std::string, Bytes, Date,
-                                 ArrayRef, DictionaryRef>;
+    using Storage =
+        std::variant<std::monostate, bool, std::int64_t, double, std::string, Bytes, Date, ArrayRef, DictionaryRef>;
 
     Value() = default;
     Value(std::nullptr_t) {}

@@ -6,17 +6,14 @@
 
 #include "foundation/PropertyList.h"
 
-namespace quillora
-{
+namespace quillora {
 
-namespace
-{
+namespace {
 
 // Reads the tokens of a strings file: quoted strings, '=' and ';', with
 // comments and blanks skipped in between.
-class StringsScanner
-{
-  public:
+class StringsScanner {
+public:
     explicit StringsScanner(std::string_view text) : text_(text)
     {
         constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
@@ -54,7 +51,7 @@ class StringsScanner
         ++position_;
     }
 
-  private:
+private:
     char escapedCharacter()
     {
         if (position_ >= text_.size()) fail("the text ends inside an escape");
@@ -84,8 +81,7 @@ class StringsScanner
             } else if (rest.starts_with("/*")) {
                 const auto end = rest.find("*/", 2);
                 if (end == std::string_view::npos) fail("a comment is not closed");
-                for (char c : rest.substr(0, end))
-                    line_ += c == '\n' ? 1 : 0;
+                for (char c : rest.substr(0, end)) line_ += c == '\n' ? 1 : 0;
                 position_ += end + 2;
             } else if (rest.front() == '\n') {
                 ++line_;
@@ -111,7 +107,7 @@ class StringsScanner
 std::mutex installedTableMutex;
 std::shared_ptr<const ErrorStrings> installedTable = std::make_shared<ErrorStrings>();
 
-} // namespace
+}  // namespace
 
 ErrorStrings ErrorStrings::fromText(std::string_view text)
 {
@@ -152,4 +148,4 @@ std::shared_ptr<const ErrorStrings> ErrorStrings::errorStrings()
     return installedTable;
 }
 
-} // namespace quillora
+}  // namespace quillora

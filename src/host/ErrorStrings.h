@@ -21,12 +21,10 @@
 #include <string>
 #include <string_view>
 
-namespace quillora
-{
+namespace quillora {
 
-class ErrorStrings
-{
-  public:
+class ErrorStrings {
+public:
     ErrorStrings() = default;
 
     // Throws FormatError naming the line of the first mistake.
@@ -44,8 +42,8 @@ class ErrorStrings
     static void setErrorStrings(std::shared_ptr<const ErrorStrings> table);
     static std::shared_ptr<const ErrorStrings> errorStrings();
 
-  private:
+private:
     std::map<std::string, std::string, std::less<>> strings_;
 };
 
-} // namespace quillora
+}  // namespace quillora

@@ -14,8 +14,7 @@
 #include "foundation/FourCC.h"
 #include "foundation/Log.h"
 
-namespace quillora
-{
+namespace quillora {
 
 namespace {
 constexpr std::string_view kAddMetadataToFile = "-[QTDataEditor addMetadata:toFile:path:]";

@@ -57,8 +57,7 @@ void ThreadWorker::startThread()
     auto loop = RunLoop::current();
     loop->perform([this] { runPrimaryTask(); });
     endRunLoop_ = false;
-    while (!endRunLoop_ && runPendingSafely(*loop)) {
-    }
+    while (!endRunLoop_ && runPendingSafely(*loop)) {}
     // What the task left queued is delivered in the pass that ends the loop.
     while (loop->hasPendingWork()) runPendingSafely(*loop);
     finished_ = true;
@@ -105,6 +104,9 @@ void ThreadWorker::waitUntilFinished()
     if (thread_.joinable() && thread_.get_id() != std::this_thread::get_id()) thread_.join();
 }
 
-std::string ThreadWorker::description() { return "ThreadWorker v0.7: one task on a thread of its own"; }
+std::string ThreadWorker::description()
+{
+    return "ThreadWorker v0.7: one task on a thread of its own";
+}
 
 }  // namespace quillora

@@ -31,14 +31,16 @@ void readLevel(FileHandle& file, std::int64_t begin, std::int64_t end, int depth
         const std::uint32_t type = readU32BE(header.data() + 4);
         if (size == 0 && depth == 0) size = end - offset;  // runs to the end of the file
         if (size < 8 || offset + size > end || !plausibleType(type)) {
-            tree.problems.push_back(fmt::format("bad atom header at offset {} (size {}, type {:08x})", offset, size, type));
+            tree.problems.push_back(
+                fmt::format("bad atom header at offset {} (size {}, type {:08x})", offset, size, type));
             return;
         }
         AtomNode node{type, offset, size, depth, 0};
         auto childStart = childOffsetOfContainer(type, parentType);
         if (childStart) node.childrenOffset = offset + *childStart;
         tree.atoms.push_back(node);
-        if (childStart && depth < kMaximumDepth) readLevel(file, offset + *childStart, offset + size, depth + 1, type, tree);
+        if (childStart && depth < kMaximumDepth)
+            readLevel(file, offset + *childStart, offset + size, depth + 1, type, tree);
         offset += size;
     }
     if (offset != end && offset + 8 > end && offset < end) {
@@ -105,7 +107,8 @@ std::vector<AtomNode> AtomTree::childrenOf(const AtomNode& parent) const
 {
     std::vector<AtomNode> children;
     for (const auto& node : atoms) {
-        if (node.depth == parent.depth + 1 && node.offset >= parent.offset && node.offset < parent.offset + parent.size) {
+        if (node.depth == parent.depth + 1 && node.offset >= parent.offset &&
+            node.offset < parent.offset + parent.size) {
             children.push_back(node);
         }
     }

@@ -85,7 +85,8 @@ std::unique_ptr<Movie> Movie::movieWithFile(const std::filesystem::path& path, s
                     for (const auto& media : tree.childrenOf(child)) {
                         Bytes bytes = readAtom(file, media);
                         if (media.type == atom::mdhd) readTimes(bytes, track.mediaTimeScale, track.mediaDuration);
-                        if (media.type == atom::hdlr && bytes.size() >= 20) track.handlerType = readU32BE(bytes.data() + 16);
+                        if (media.type == atom::hdlr && bytes.size() >= 20)
+                            track.handlerType = readU32BE(bytes.data() + 16);
                     }
                 }
             }

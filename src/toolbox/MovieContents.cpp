@@ -13,11 +13,9 @@
 #include "toolbox/SampleTable.h"
 #include "toolbox/TextSample.h"
 
-namespace quillora::toolbox
-{
+namespace quillora::toolbox {
 
-namespace
-{
+namespace {
 
 constexpr std::uint32_t kChapterReference = fourCC("chap");
 constexpr std::uint32_t kTextHandler = fourCC("text");
@@ -102,10 +100,10 @@ std::optional<PictureTrack> readPictureTrack(FileHandle& file, const AtomTree& t
     try {
         const Bytes payload = readAtomPayload(file, *stsd);
         ByteReader reader(payload);
-        reader.skip(8); // version, flags and entry count
-        reader.skip(4); // the entry's size
+        reader.skip(8);  // version, flags and entry count
+        reader.skip(4);  // the entry's size
         PictureTrack pictures{track.header.trackID, reader.getU32BE(), 0, 0, 0};
-        reader.skip(6 + 2 + 2 + 2 + 4 + 4 + 4); // up to the width
+        reader.skip(6 + 2 + 2 + 2 + 4 + 4 + 4);  // up to the width
         pictures.width = reader.getU16BE();
         pictures.height = reader.getU16BE();
         pictures.count = sampleCount(file, tree, *track.stbl);
@@ -123,8 +121,7 @@ std::string tagValue(std::uint32_t itemType, const Bytes& data)
     if (kind == kUtf8Data) return std::string(value.begin(), value.end());
     if (kind == kSignedIntegerData && !value.empty() && value.size() <= 8) {
         std::int64_t number = static_cast<std::int8_t>(value[0]);
-        for (std::size_t i = 1; i < value.size(); ++i)
-            number = number * 256 + value[i];
+        for (std::size_t i = 1; i < value.size(); ++i) number = number * 256 + value[i];
         return std::to_string(number);
     }
     if ((itemType == kTrackNumber || itemType == kDiscNumber) && value.size() >= 6) {
@@ -150,13 +147,12 @@ std::vector<std::uint32_t> chapterReferences(FileHandle& file, const AtomTree& t
     std::vector<std::uint32_t> ids;
     if (auto chap = descend(tree, first.trak, {atom::tref, kChapterReference})) {
         const Bytes payload = readAtomPayload(file, *chap);
-        for (std::size_t at = 0; at + 4 <= payload.size(); at += 4)
-            ids.push_back(readU32BE(payload.data() + at));
+        for (std::size_t at = 0; at + 4 <= payload.size(); at += 4) ids.push_back(readU32BE(payload.data() + at));
     }
     return ids;
 }
 
-} // namespace
+}  // namespace
 
 MovieContents readMovieContents(const std::filesystem::path& path)
 {
@@ -207,4 +203,4 @@ MovieContents readMovieContents(const std::filesystem::path& path)
     return contents;
 }
 
-} // namespace quillora::toolbox
+}  // namespace quillora::toolbox

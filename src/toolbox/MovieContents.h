@@ -9,12 +9,10 @@
 #include <string>
 #include <vector>
 
-namespace quillora::toolbox
-{
+namespace quillora::toolbox {
 
-class NotAMovie : public std::runtime_error
-{
-  public:
+class NotAMovie : public std::runtime_error {
+public:
     using std::runtime_error::runtime_error;
 };
 
@@ -27,27 +25,27 @@ struct TrackSummary {
 
 // A chapter, a link or a note: one sample of a text track.
 struct TimedText {
-    double start = 0; // seconds
+    double start = 0;  // seconds
     double duration = 0;
     std::string text;
-    std::string url; // links only
+    std::string url;  // links only
 };
 
 struct TextTrackContents {
-    std::uint32_t trackID = 0; // 0 when the file has no such track
+    std::uint32_t trackID = 0;  // 0 when the file has no such track
     std::vector<TimedText> samples;
 };
 
 struct PictureTrack {
     std::uint32_t trackID = 0;
-    std::uint32_t format = 0; // 'jpeg', 'png ', ...
+    std::uint32_t format = 0;  // 'jpeg', 'png ', ...
     std::uint32_t count = 0;
     std::uint16_t width = 0;
     std::uint16_t height = 0;
 };
 
 struct TagItem {
-    std::uint32_t type = 0; // '©nam', 'tvsh', ...
+    std::uint32_t type = 0;  // '©nam', 'tvsh', ...
     std::string value;
 };
 
@@ -55,10 +53,10 @@ struct MovieContents {
     std::uint32_t timeScale = 0;
     double seconds = 0;
     std::vector<TrackSummary> tracks;
-    TextTrackContents chapters; // the text track the first track's 'chap' reference names
+    TextTrackContents chapters;  // the text track the first track's 'chap' reference names
     std::vector<PictureTrack> pictures;
-    TextTrackContents links; // a text track whose samples carry 'href' atoms
-    TextTrackContents notes; // any other text track
+    TextTrackContents links;  // a text track whose samples carry 'href' atoms
+    TextTrackContents notes;  // any other text track
     std::vector<TagItem> tags;
     std::vector<std::string> problems;
 };
@@ -67,4 +65,4 @@ struct MovieContents {
 // file cannot be read.
 MovieContents readMovieContents(const std::filesystem::path& path);
 
-} // namespace quillora::toolbox
+}  // namespace quillora::toolbox

@@ -7,11 +7,9 @@
 
 #include "foundation/FourCC.h"
 
-namespace quillora::toolbox
-{
+namespace quillora::toolbox {
 
-namespace
-{
+namespace {
 
 struct ChunkRun {
     std::uint32_t firstChunk = 0;
@@ -56,8 +54,7 @@ std::vector<std::uint32_t> readSampleSizes(const Bytes& stsz)
         return std::vector<std::uint32_t>(count, commonSize);
     }
     std::vector<std::uint32_t> sizes(std::min(entryCount(reader, 4), kMaximumListedSamples));
-    for (auto& size : sizes)
-        size = reader.getU32BE();
+    for (auto& size : sizes) size = reader.getU32BE();
     return sizes;
 }
 
@@ -65,8 +62,7 @@ std::vector<std::uint64_t> readChunkOffsets(const Bytes& payload, bool longOffse
 {
     ByteReader reader = tableReader(payload);
     std::vector<std::uint64_t> offsets(entryCount(reader, longOffsets ? 8 : 4));
-    for (auto& offset : offsets)
-        offset = longOffsets ? reader.getU64BE() : reader.getU32BE();
+    for (auto& offset : offsets) offset = longOffsets ? reader.getU64BE() : reader.getU32BE();
     return offsets;
 }
 
@@ -77,7 +73,7 @@ std::vector<ChunkRun> readChunkRuns(const Bytes& stsc)
     for (auto& run : runs) {
         run.firstChunk = reader.getU32BE();
         run.samplesPerChunk = reader.getU32BE();
-        reader.skip(4); // sample description index
+        reader.skip(4);  // sample description index
     }
     return runs;
 }
@@ -104,7 +100,7 @@ std::uint32_t samplesInChunk(const std::vector<ChunkRun>& runs, std::uint32_t ch
     return samples;
 }
 
-} // namespace
+}  // namespace
 
 Bytes readAtomPayload(FileHandle& file, const AtomNode& node)
 {
@@ -180,4 +176,4 @@ std::vector<SampleLocation> readSampleLocations(FileHandle& file, const AtomTree
     return samples;
 }
 
-} // namespace quillora::toolbox
+}  // namespace quillora::toolbox

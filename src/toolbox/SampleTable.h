@@ -9,13 +9,12 @@
 #include "foundation/FileHandle.h"
 #include "toolbox/AtomTree.h"
 
-namespace quillora::toolbox
-{
+namespace quillora::toolbox {
 
 struct SampleLocation {
     std::uint64_t offset = 0;
     std::uint32_t size = 0;
-    std::uint64_t time = 0; // start, in the media's time scale
+    std::uint64_t time = 0;  // start, in the media's time scale
     std::uint32_t duration = 0;
 };
 
@@ -35,4 +34,4 @@ std::vector<SampleLocation> readSampleLocations(FileHandle& file, const AtomTree
 // The payload of an atom (the bytes after its 8-byte header).
 Bytes readAtomPayload(FileHandle& file, const AtomNode& node);
 
-} // namespace quillora::toolbox
+}  // namespace quillora::toolbox

@@ -5,14 +5,12 @@
 #include "foundation/Bytes.h"
 #include "foundation/FourCC.h"
 
-namespace quillora::toolbox
-{
+namespace quillora::toolbox {
 
-namespace
-{
+namespace {
 
 constexpr std::uint32_t kHref = fourCC("href");
-constexpr std::size_t kHrefFixedBytes = 14; // header, start, end, URL length, alternate-text length
+constexpr std::size_t kHrefFixedBytes = 14;  // header, start, end, URL length, alternate-text length
 
 std::string textOf(std::span<const std::uint8_t> bytes)
 {
@@ -32,7 +30,7 @@ std::optional<std::string> urlOf(std::span<const std::uint8_t> atom)
     return textOf(reader.getBytes(std::min(length, reader.remaining())));
 }
 
-} // namespace
+}  // namespace
 
 TextSample parseTextSample(std::span<const std::uint8_t> sample)
 {
@@ -63,4 +61,4 @@ TextSample parseTextSample(std::span<const std::uint8_t> sample)
     return parsed;
 }
 
-} // namespace quillora::toolbox
+}  // namespace quillora::toolbox

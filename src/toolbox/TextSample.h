@@ -9,15 +9,14 @@
 #include <span>
 #include <string>
 
-namespace quillora::toolbox
-{
+namespace quillora::toolbox {
 
 struct TextSample {
     std::string text;
-    std::optional<std::string> url; // set when the sample carries an 'href'
-    bool truncated = false;         // a length ran past the end of the sample
+    std::optional<std::string> url;  // set when the sample carries an 'href'
+    bool truncated = false;          // a length ran past the end of the sample
 };
 
 TextSample parseTextSample(std::span<const std::uint8_t> sample);
 
-} // namespace quillora::toolbox
+}  // namespace quillora::toolbox

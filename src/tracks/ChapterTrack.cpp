@@ -9,11 +9,9 @@
 #include "tracks/TextSamples.h"
 #include "tracks/TextTrackLayout.h"
 
-namespace quillora
-{
+namespace quillora {
 
-namespace
-{
+namespace {
 
 constexpr std::string_view kAddChapters = "-[QTDataEditor addChapters:toFile:path:withParameters:error:]";
 
@@ -47,7 +45,7 @@ Bytes chapterReference(TrackAtoms& atoms)
     return atoms.container(atom::tref, {chap});
 }
 
-} // namespace
+}  // namespace
 
 bool QTDataEditor::addChapters(const Value& transitions, FileHandle& file, const std::string& /*path*/,
                                const Value& parameters, ErrorRecord* /*error*/)
@@ -89,4 +87,4 @@ bool QTDataEditor::addChapters(const Value& transitions, FileHandle& file, const
     return true;
 }
 
-} // namespace quillora
+}  // namespace quillora

@@ -40,7 +40,6 @@ std::optional<ColorComponents> colorFromText(std::string_view text)
     return ColorComponents{channels[0], channels[1], channels[2], channels[3]};
 }
 
-
 // A colour object in the old typed-stream archive. The stream is a header
 // (streamer version, the signature whose spelling gives the byte order, the
 // system version), the root value's type "@", then the object: its class

@@ -8,11 +8,9 @@
 #include "tracks/TextSamples.h"
 #include "tracks/TextTrackLayout.h"
 
-namespace quillora
-{
+namespace quillora {
 
-namespace
-{
+namespace {
 
 constexpr std::string_view kAddTextTrackURLs =
     "-[QTDataEditor addTextTrackURLs:withAttributes:toFile:path:withParameters:error:]";
@@ -61,7 +59,7 @@ void writeLinkTrack(QTDataEditor& editor, const Value& transitions, const Value&
     }
 }
 
-} // namespace
+}  // namespace
 
 bool QTDataEditor::addTextTrackURLs(const Value& transitions, const Value& attributes, FileHandle& file,
                                     const std::string& /*path*/, const Value& parameters, ErrorRecord* /*error*/)
@@ -86,11 +84,11 @@ bool QTDataEditor::addTextTrackURLs(const Value& transitions, const Value& attri
     try {
         file.emplace(path, FileHandle::Mode::Updating);
     } catch (const FileError&) {
-        return true; // no file to write to: nothing happens, as with no handle at all
+        return true;  // no file to write to: nothing happens, as with no handle at all
     }
     writeLinkTrack(*this, transitions, attributes, *file, duration, trackID, true);
     file->closeFile();
     return true;
 }
 
-} // namespace quillora
+}  // namespace quillora

@@ -2,11 +2,9 @@
 
 #include <vips/vips8>
 
-namespace quillora
-{
+namespace quillora {
 
-namespace
-{
+namespace {
 
 constexpr double kPointsPerInch = 72;
 constexpr double kMillimetresPerInch = 25.4;
@@ -31,7 +29,7 @@ int points(int pixels, double pixelsPerMillimetre)
     return static_cast<int>(pixels * kPointsPerInch / dpi + kRoundingAllowance);
 }
 
-} // namespace
+}  // namespace
 
 std::optional<PointSize> imageSizeInPoints(const std::filesystem::path& path)
 {
@@ -46,4 +44,4 @@ std::optional<PointSize> imageSizeInPoints(const std::filesystem::path& path)
     }
 }
 
-} // namespace quillora
+}  // namespace quillora

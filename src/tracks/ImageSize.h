@@ -5,8 +5,7 @@
 #include <filesystem>
 #include <optional>
 
-namespace quillora
-{
+namespace quillora {
 
 struct PointSize {
     int width = 0;
@@ -17,4 +16,4 @@ struct PointSize {
 // Nothing when the picture cannot be read.
 std::optional<PointSize> imageSizeInPoints(const std::filesystem::path& path);
 
-} // namespace quillora
+}  // namespace quillora

@@ -10,17 +10,15 @@
 #include "toolbox/Movie.h"
 #include "tracks/ImageTrackLayout.h"
 
-namespace quillora
-{
+namespace quillora {
 
-namespace
-{
+namespace {
 
 constexpr std::string_view kAddImages = "-[QTDataEditor addImages:toFile:path:withParameters:notifying:error:]";
 constexpr std::string_view kAddImagesAtPath = "-[QTDataEditor addImages:toFileAtPath:notifying:]";
 
-constexpr std::uint32_t kTrackSize = 0x012C0000;      // 300.0, whatever the pictures
-constexpr std::uint32_t kOlderTrackSize = 0x00A00000; // 160.0
+constexpr std::uint32_t kTrackSize = 0x012C0000;       // 300.0, whatever the pictures
+constexpr std::uint32_t kOlderTrackSize = 0x00A00000;  // 160.0
 
 std::optional<Bytes> readWholeFile(const std::string& path)
 {
@@ -60,7 +58,7 @@ bool fail(std::string_view message)
     return false;
 }
 
-} // namespace
+}  // namespace
 
 bool QTDataEditor::addImages(const Value& transitions, FileHandle& file, const std::string& /*path*/,
                              const Value& parameters, const void* /*notifying*/, ErrorRecord* /*error*/)
@@ -146,7 +144,7 @@ bool QTDataEditor::addImages(const Value& transitions, const std::filesystem::pa
     try {
         file.emplace(path, FileHandle::Mode::Updating);
     } catch (const FileError&) {
-        return true; // no file to write to: nothing happens, as with no handle at all
+        return true;  // no file to write to: nothing happens, as with no handle at all
     }
 
     setDoneWritingFile(false);
@@ -189,4 +187,4 @@ bool QTDataEditor::addImages(const Value& transitions, const std::filesystem::pa
     return true;
 }
 
-} // namespace quillora
+}  // namespace quillora

@@ -2,11 +2,9 @@
 
 #include "foundation/FourCC.h"
 
-namespace quillora
-{
+namespace quillora {
 
-namespace
-{
+namespace {
 
 constexpr std::string_view kVideoHandlerName = "Apple Video Media Handler";
 constexpr std::uint32_t kVideoHandlerMask = 0x00010111;
@@ -17,7 +15,7 @@ constexpr std::size_t kCompressorNameField = 32;
 constexpr std::uint16_t kDepth = 24;
 constexpr std::uint16_t kNoColorTable = 0xFFFF;
 
-} // namespace
+}  // namespace
 
 ImageFormat imageFormatFor(const std::optional<std::string>& imageType, const std::string& imagePath)
 {
@@ -29,12 +27,12 @@ ImageFormat imageFormatFor(const std::optional<std::string>& imageType, const st
 Bytes imageSampleDescription(TrackAtoms& atoms, const ImageFormat& format, PointSize size)
 {
     ByteWriter w(78);
-    w.putZeros(6).putU16BE(1); // data reference index
-    w.putU16BE(0).putU16BE(0); // version, revision level
+    w.putZeros(6).putU16BE(1);  // data reference index
+    w.putU16BE(0).putU16BE(0);  // version, revision level
     w.putFourCC(fourCC("appl")).putU32BE(0).putU32BE(kLosslessQuality);
     w.putU16BE(static_cast<std::uint16_t>(size.width)).putU16BE(static_cast<std::uint16_t>(size.height));
     w.putU32BE(kResolution72).putU32BE(kResolution72);
-    w.putU32BE(0).putU16BE(1); // data size, frame count
+    w.putU32BE(0).putU16BE(1);  // data size, frame count
     const std::string& name = format.compressorName;
     w.putBytes(pascalName(name));
     if (name.size() < kCompressorNameField - 1) w.putZeros(kCompressorNameField - 1 - name.size());
@@ -45,9 +43,8 @@ Bytes imageSampleDescription(TrackAtoms& atoms, const ImageFormat& format, Point
 Bytes videoHandlerNameUTF16()
 {
     ByteWriter w(1 + 2 * kVideoHandlerName.size());
-    w.putU8(static_cast<std::uint8_t>(2 * kVideoHandlerName.size())); // the length in bytes
-    for (char c : kVideoHandlerName)
-        w.putU16BE(static_cast<std::uint16_t>(c));
+    w.putU8(static_cast<std::uint8_t>(2 * kVideoHandlerName.size()));  // the length in bytes
+    for (char c : kVideoHandlerName) w.putU16BE(static_cast<std::uint16_t>(c));
     return w.take();
 }
 
@@ -85,4 +82,4 @@ Bytes ImageTrackBuilder::finish(const SampleTable& samples)
     return atoms_.container(atom::trak, {tkhd_, edts_, mdia});
 }
 
-} // namespace quillora
+}  // namespace quillora

@@ -12,8 +12,7 @@
 #include "tracks/ImageSize.h"
 #include "tracks/TrackAtoms.h"
 
-namespace quillora
-{
+namespace quillora {
 
 struct ImageFormat {
     std::uint32_t dataFormat = 0;
@@ -34,13 +33,12 @@ Bytes videoHandlerNameASCII();
 struct ImageTrackShape {
     std::uint32_t duration = 0;
     std::uint32_t trackID = 0;
-    std::uint32_t trackSize = 0; // 16.16
+    std::uint32_t trackSize = 0;  // 16.16
     Bytes mediaHandlerName;
 };
 
-class ImageTrackBuilder
-{
-  public:
+class ImageTrackBuilder {
+public:
     // Builds tkhd, edts, mdhd, the handlers, vmhd and dinf.
     ImageTrackBuilder(QTDataEditor& editor, const ImageTrackShape& shape);
     // Builds stsd and stsc.
@@ -48,9 +46,9 @@ class ImageTrackBuilder
     // The finished trak.
     Bytes finish(const SampleTable& samples);
 
-  private:
+private:
     TrackAtoms atoms_;
     Bytes tkhd_, edts_, mdhd_, mediaHandler_, vmhd_, dataHandler_, dinf_, stsd_, stsc_;
 };
 
-} // namespace quillora
+}  // namespace quillora

@@ -7,18 +7,16 @@
 #include "tracks/TextSamples.h"
 #include "tracks/TextTrackLayout.h"
 
-namespace quillora
-{
+namespace quillora {
 
-namespace
-{
+namespace {
 
 constexpr std::string_view kAddTextTrackForNotes = "-[QTDataEditor addTextTrackForNotes:withAttributes:toFile:path:]";
 
 // The pipeline keeps this ID free for the notes.
 constexpr std::uint32_t kNotesTrackID = 6;
 
-} // namespace
+}  // namespace
 
 bool QTDataEditor::addTextTrackForNotes(const Value& transitions, const Value& attributes, FileHandle& file,
                                         const std::filesystem::path& path)
@@ -59,4 +57,4 @@ bool QTDataEditor::addTextTrackForNotes(const Value& transitions, const Value& a
     return true;
 }
 
-} // namespace quillora
+}  // namespace quillora

@@ -4,11 +4,9 @@
 
 #include "foundation/FourCC.h"
 
-namespace quillora
-{
+namespace quillora {
 
-namespace
-{
+namespace {
 
 constexpr std::uint32_t kTextEncodingUTF8 = 0x00000100;
 
@@ -17,7 +15,7 @@ void putLengthAndText(ByteWriter& writer, std::string_view text)
     writer.putU16BE(static_cast<std::uint16_t>(text.size())).putString(text);
 }
 
-} // namespace
+}  // namespace
 
 Bytes chapterSample(std::string_view name)
 {
@@ -33,9 +31,9 @@ Bytes linkSample(std::string_view title, std::string_view url)
     ByteWriter w(title.size() + url.size() + 16);
     putLengthAndText(w, title);
     w.putU32BE(14 + urlLength).putFourCC(fourCC("href"));
-    w.putU16BE(0).putU16BE(static_cast<std::uint16_t>(urlLength)); // start and end character
+    w.putU16BE(0).putU16BE(static_cast<std::uint16_t>(urlLength));  // start and end character
     w.putU8(static_cast<std::uint8_t>(urlLength)).putString(url);
-    w.putU8(0); // no alternate text
+    w.putU8(0);  // no alternate text
     return w.take();
 }
 
@@ -59,4 +57,4 @@ std::uint32_t sixteenBitDuration(std::int64_t start, std::int64_t end)
     return static_cast<std::uint32_t>(static_cast<std::int32_t>(difference));
 }
 
-} // namespace quillora
+}  // namespace quillora

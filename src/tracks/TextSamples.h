@@ -8,8 +8,7 @@
 
 #include "foundation/Bytes.h"
 
-namespace quillora
-{
+namespace quillora {
 
 // Length (16 bits), the UTF-8 name, then an 'encd' atom.
 Bytes chapterSample(std::string_view name);
@@ -26,4 +25,4 @@ std::string asciiOrEmpty(std::string_view text);
 // it with its sign, so a gap of 40000 becomes 0xFFFF9C40.
 std::uint32_t sixteenBitDuration(std::int64_t start, std::int64_t end);
 
-} // namespace quillora
+}  // namespace quillora

@@ -2,11 +2,9 @@
 
 #include <charconv>
 
-namespace quillora
-{
+namespace quillora {
 
-namespace
-{
+namespace {
 
 std::int64_t fontSizeOf(const Value* size)
 {
@@ -29,7 +27,7 @@ ColorComponents colorOf(const Value* data)
     return colorComponentsFromData(*data->asData()).value_or(ColorComponents{});
 }
 
-} // namespace
+}  // namespace
 
 TextStyle textStyleFromAttributes(const Value& attributes)
 {
@@ -41,4 +39,4 @@ TextStyle textStyleFromAttributes(const Value& attributes)
     return style;
 }
 
-} // namespace quillora
+}  // namespace quillora

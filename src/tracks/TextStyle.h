@@ -8,18 +8,17 @@
 #include "foundation/Value.h"
 #include "tracks/ColorData.h"
 
-namespace quillora
-{
+namespace quillora {
 
 struct TextStyle {
     std::string fontName;
     std::int64_t fontSize = 0;
-    ColorComponents textColor;       // all zero when no colour is given
-    ColorComponents backgroundColor; // likewise: black on transparent
+    ColorComponents textColor;        // all zero when no colour is given
+    ColorComponents backgroundColor;  // likewise: black on transparent
 };
 
 // "textTrackFontFace", "textTrackFontSize" (a number, or a numeric string),
 // "textTrackFontColorData", "textTrackBackgroundColorData".
 TextStyle textStyleFromAttributes(const Value& attributes);
 
-} // namespace quillora
+}  // namespace quillora

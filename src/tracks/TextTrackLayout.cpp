@@ -5,11 +5,9 @@
 #include "foundation/FourCC.h"
 #include "tracks/TextSamples.h"
 
-namespace quillora
-{
+namespace quillora {
 
-namespace
-{
+namespace {
 
 // The chapter description from the first reserved field to its end; what
 // 00 10 00 0D and 0D 00 stand for is not known, the bytes are what counts.
@@ -40,17 +38,16 @@ Bytes fontTable(TrackAtoms& atoms, const std::string& fontName)
     return atoms.atom(fourCC("ftab"), w.bytes());
 }
 
-} // namespace
+}  // namespace
 
 Bytes quickTimeTextDescription(TrackAtoms& atoms)
 {
     ByteWriter w(51);
     w.putZeros(6).putU16BE(kDataReferenceIndex);
-    w.putU32BE(0x00000001); // display flags: do not display
-    w.putU32BE(0x00000001); // justification: centred
-    for (int i = 0; i < 3; ++i)
-        w.putU16BE(0xFFFF); // white background
-    w.putZeros(8);          // default text box
+    w.putU32BE(0x00000001);                          // display flags: do not display
+    w.putU32BE(0x00000001);                          // justification: centred
+    for (int i = 0; i < 3; ++i) w.putU16BE(0xFFFF);  // white background
+    w.putZeros(8);                                   // default text box
     w.putBytes(kQuickTimeTextTail);
     return atoms.atom(fourCC("text"), w.bytes());
 }
@@ -59,9 +56,9 @@ Bytes timedTextDescription(TrackAtoms& atoms, const TextStyle& style)
 {
     ByteWriter w;
     w.putZeros(6).putU16BE(kDataReferenceIndex);
-    w.putU32BE(0); // display flags
-    w.putU8(1);    // centred
-    w.putU8(0xFF); // bottom
+    w.putU32BE(0);  // display flags
+    w.putU8(1);     // centred
+    w.putU8(0xFF);  // bottom
     putScaledColor(w, style.backgroundColor, kBackgroundScale);
     // Text box: top, left, bottom, right (0 by design).
     w.putU16BE(static_cast<std::uint16_t>(kTextBoxTopMargin - style.fontSize)).putU16BE(0);
@@ -112,4 +109,4 @@ Bytes TextTrackBuilder::finish(const SampleTable& samples)
     return atoms_.container(atom::trak, {tkhd_, edts_, mdia});
 }
 
-} // namespace quillora
+}  // namespace quillora

@@ -10,21 +10,20 @@
 #include "tracks/TextStyle.h"
 #include "tracks/TrackAtoms.h"
 
-namespace quillora
-{
+namespace quillora {
 
 enum class TextSampleFormat {
-    QuickTimeText, // 'text'
-    TimedText,     // 'tx3g' with a font table
+    QuickTimeText,  // 'text'
+    TimedText,      // 'tx3g' with a font table
 };
 
 struct TextTrackKind {
     std::uint32_t headerFlags;
-    std::uint32_t trackSize; // 16.16
+    std::uint32_t trackSize;  // 16.16
     std::uint32_t mediaHandlerMask;
     std::uint32_t dataHandlerMask;
     TextSampleFormat sampleFormat;
-    bool timeToSampleBeforeChunkOffsets; // stbl order after stsz
+    bool timeToSampleBeforeChunkOffsets;  // stbl order after stsz
 };
 
 // Chapters are in the movie, preview and poster, but not enabled.
@@ -37,9 +36,8 @@ inline constexpr TextTrackKind kNotesTrack = kHyperlinkTrack;
 Bytes quickTimeTextDescription(TrackAtoms& atoms);
 Bytes timedTextDescription(TrackAtoms& atoms, const TextStyle& style);
 
-class TextTrackBuilder
-{
-  public:
+class TextTrackBuilder {
+public:
     // Builds everything up to stsc. The style is read for timed text only.
     TextTrackBuilder(QTDataEditor& editor, const TextTrackKind& kind, std::uint32_t duration, std::uint32_t trackID,
                      const TextStyle& style = {});
@@ -47,10 +45,10 @@ class TextTrackBuilder
     // The finished trak.
     Bytes finish(const SampleTable& samples);
 
-  private:
+private:
     TrackAtoms atoms_;
     TextTrackKind kind_;
     Bytes tkhd_, edts_, mdhd_, mediaHandler_, gmhd_, dataHandler_, dinf_, stsd_, stsc_;
 };
 
-} // namespace quillora
+}  // namespace quillora

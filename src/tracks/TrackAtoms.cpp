@@ -4,11 +4,9 @@
 
 #include "foundation/FourCC.h"
 
-namespace quillora
-{
+namespace quillora {
 
-namespace
-{
+namespace {
 
 constexpr std::array<std::uint32_t, 9> kIdentityMatrix = {0x00010000, 0, 0, 0, 0x00010000, 0, 0, 0, 0x40000000};
 
@@ -25,15 +23,13 @@ constexpr std::uint16_t kOperationColor = 0x8000;
 
 void putMatrix(ByteWriter& writer)
 {
-    for (auto value : kIdentityMatrix)
-        writer.putU32BE(value);
+    for (auto value : kIdentityMatrix) writer.putU32BE(value);
 }
 
 void putGraphicsMode(ByteWriter& writer)
 {
     writer.putU16BE(kGraphicsModeDitherCopy);
-    for (int i = 0; i < 3; ++i)
-        writer.putU16BE(kOperationColor);
+    for (int i = 0; i < 3; ++i) writer.putU16BE(kOperationColor);
 }
 
 void putVersionFlagsAndCount(ByteWriter& writer, std::size_t count)
@@ -41,7 +37,7 @@ void putVersionFlagsAndCount(ByteWriter& writer, std::size_t count)
     writer.putU32BE(0).putU32BE(static_cast<std::uint32_t>(count));
 }
 
-} // namespace
+}  // namespace
 
 std::uint16_t swappedHeaderField(std::int16_t templateValue)
 {
@@ -71,15 +67,14 @@ Bytes TrackAtoms::atom(std::uint32_t type, std::span<const std::uint8_t> payload
 Bytes TrackAtoms::container(std::uint32_t type, std::initializer_list<std::reference_wrapper<const Bytes>> children)
 {
     ByteWriter payload;
-    for (const Bytes& child : children)
-        payload.putBytes(child);
+    for (const Bytes& child : children) payload.putBytes(child);
     return atom(type, payload.bytes());
 }
 
 Bytes TrackAtoms::tkhd(const TrackHeader& header)
 {
     ByteWriter w(84);
-    w.putU32BE(header.flags); // version 0 in the top byte
+    w.putU32BE(header.flags);  // version 0 in the top byte
     w.putU32BE(kTrackCreationTime).putU32BE(kTrackModificationTime);
     w.putU32BE(header.trackID).putU32BE(0).putU32BE(header.duration).putU64BE(0);
     w.putU16BE(swappedHeaderField(kTemplateLayer));
@@ -127,7 +122,7 @@ Bytes TrackAtoms::gmhd()
     ByteWriter info(16);
     info.putU32BE(0);
     putGraphicsMode(info);
-    info.putU16BE(0).putU16BE(0); // balance, reserved
+    info.putU16BE(0).putU16BE(0);  // balance, reserved
     const Bytes gmin = atom(fourCC("gmin"), info.bytes());
 
     ByteWriter text(36);
@@ -141,14 +136,14 @@ Bytes TrackAtoms::vmhd()
     ByteWriter w(16);
     w.putU32BE(0x00000001);
     putGraphicsMode(w);
-    w.putZeros(4); // deliberately four bytes longer than the usual 20
+    w.putZeros(4);  // deliberately four bytes longer than the usual 20
     return atom(fourCC("vmhd"), w.bytes());
 }
 
 Bytes TrackAtoms::dinf()
 {
     ByteWriter self(4);
-    self.putU32BE(0x00000001); // flag: the data is in this file
+    self.putU32BE(0x00000001);  // flag: the data is in this file
     const Bytes alis = atom(fourCC("alis"), self.bytes());
 
     ByteWriter references;
@@ -170,7 +165,7 @@ Bytes TrackAtoms::stsc()
 {
     ByteWriter w(20);
     putVersionFlagsAndCount(w, 1);
-    w.putU32BE(1).putU32BE(1).putU32BE(1); // from chunk 1: one sample per chunk, description 1
+    w.putU32BE(1).putU32BE(1).putU32BE(1);  // from chunk 1: one sample per chunk, description 1
     return atom(atom::stsc, w.bytes());
 }
 
@@ -178,8 +173,7 @@ Bytes TrackAtoms::stsz(const SampleTable& table)
 {
     ByteWriter w(12 + 4 * table.sizes.size());
     w.putU32BE(0).putU32BE(0).putU32BE(static_cast<std::uint32_t>(table.sizes.size()));
-    for (auto size : table.sizes)
-        w.putU32BE(size);
+    for (auto size : table.sizes) w.putU32BE(size);
     return atom(atom::stsz, w.bytes());
 }
 
@@ -187,8 +181,7 @@ Bytes TrackAtoms::stts(const SampleTable& table)
 {
     ByteWriter w(8 + 8 * table.durations.size());
     putVersionFlagsAndCount(w, table.durations.size());
-    for (auto duration : table.durations)
-        w.putU32BE(1).putU32BE(duration);
+    for (auto duration : table.durations) w.putU32BE(1).putU32BE(duration);
     return atom(atom::stts, w.bytes());
 }
 
@@ -196,9 +189,8 @@ Bytes TrackAtoms::stco(const SampleTable& table)
 {
     ByteWriter w(8 + 4 * table.offsets.size());
     putVersionFlagsAndCount(w, table.offsets.size());
-    for (auto offset : table.offsets)
-        w.putU32BE(offset);
+    for (auto offset : table.offsets) w.putU32BE(offset);
     return atom(atom::stco, w.bytes());
 }
 
-} // namespace quillora
+}  // namespace quillora

@@ -13,14 +13,13 @@
 #include "QTDataEditor.h"
 #include "foundation/Bytes.h"
 
-namespace quillora
-{
+namespace quillora {
 
 struct TrackHeader {
     std::uint32_t flags = 0;
     std::uint32_t trackID = 0;
     std::uint32_t duration = 0;
-    std::uint32_t size = 0; // width and height, 16.16
+    std::uint32_t size = 0;  // width and height, 16.16
 };
 
 struct HandlerDescription {
@@ -29,7 +28,7 @@ struct HandlerDescription {
     std::uint32_t manufacturer = 0;
     std::uint32_t flags = 0;
     std::uint32_t flagsMask = 0;
-    Bytes name; // length byte included
+    Bytes name;  // length byte included
 };
 
 // The text tracks write their media duration least-significant byte first.
@@ -60,13 +59,12 @@ Bytes pascalName(std::string_view name);
 // The data handler of every track: aliases, the data in this same file.
 HandlerDescription aliasDataHandler(std::uint32_t flagsMask);
 
-inline constexpr std::uint32_t kTrackCreationTime = 0xC2F2F59A; // 2007-08-23 08:28:10 since 1904
+inline constexpr std::uint32_t kTrackCreationTime = 0xC2F2F59A;  // 2007-08-23 08:28:10 since 1904
 inline constexpr std::uint32_t kTrackModificationTime = kTrackCreationTime + 1;
 inline constexpr std::uint32_t kMediaTimeScale = 600;
 
-class TrackAtoms
-{
-  public:
+class TrackAtoms {
+public:
     explicit TrackAtoms(QTDataEditor& editor) : editor_(editor) {}
 
     Bytes atom(std::uint32_t type, std::span<const std::uint8_t> payload);
@@ -74,20 +72,20 @@ class TrackAtoms
     Bytes container(std::uint32_t type, std::initializer_list<std::reference_wrapper<const Bytes>> children);
 
     Bytes tkhd(const TrackHeader& header);
-    Bytes edts(std::uint32_t duration); // holding one elst
+    Bytes edts(std::uint32_t duration);  // holding one elst
     Bytes mdhd(std::uint32_t duration, DurationOrder order);
     Bytes hdlr(const HandlerDescription& handler);
-    Bytes gmhd(); // gmin and text
+    Bytes gmhd();  // gmin and text
     Bytes vmhd();
-    Bytes dinf(); // dref holding one alis: the data is in this file
+    Bytes dinf();  // dref holding one alis: the data is in this file
     Bytes stsd(std::span<const std::uint8_t> sampleDescription);
     Bytes stsc();
     Bytes stsz(const SampleTable& table);
     Bytes stts(const SampleTable& table);
     Bytes stco(const SampleTable& table);
 
-  private:
+private:
     QTDataEditor& editor_;
 };
 
-} // namespace quillora
+}  // namespace quillora
