@@ -138,6 +138,28 @@ TEST(ExportCommand, RefusesBadInputBeforeAnyWorkWithAMessageNamingTheFile)
     }
 }
 
+TEST(ExportCommand, TakesFormatAndTagsFromATemplateAndAsksForThePathWithoutOutput)
+{
+    LectureFolder lecture("recording-moov-last.m4a");
+    const auto templateFile = lecture.folder.path() / "Physics.quilloraTemplate";
+    writeText(templateFile, R"(<?xml version="1.0" encoding="UTF-8"?>
+<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
+<plist version="1.0"><dict>
+  <key>name</key><string>Physics</string>
+  <key>format</key><string>.m4b</string>
+  <key>pluginClassName</key><string>QuickTimePlugin</string>
+  <key>tags</key><dict><key>title</key><string>From the template</string></dict>
+</dict></plist>)");
+    const auto chosen = lecture.folder.path() / "chosen.m4b";
+    auto result = runCommand(
+        "echo " + shellQuote(chosen) + " | " + shellQuote(std::string(QUILLORA_BINARY_DIR) + "/quillora") +
+        " export --recording " + shellQuote(lecture.recording) + " --transitions " + shellQuote(lecture.transitions) +
+        " --template " + shellQuote(templateFile) + " --scratch " + shellQuote(lecture.folder.path() / "s"));
+    ASSERT_EQ(result.status, 0) << result.output;
+    EXPECT_NE(result.output.find("Untitled.m4b]"), std::string::npos) << result.output;
+    EXPECT_EQ(probe(chosen, "-show_entries format_tags=title"), "From the template\n");
+}
+
 TEST(ExportCommand, AFailedExportShowsTheAlertAndExitsNonZero)
 {
     LectureFolder lecture("recording-moov-first.m4a");
