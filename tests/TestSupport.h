@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "foundation/Bytes.h"
+#include "foundation/UserDefaults.h"
 
 namespace quillora::test {
 
@@ -38,6 +39,21 @@ CommandResult runCommand(const std::string& command);
 // Runs the quillora program of this build with the arguments (already quoted).
 CommandResult runQuillora(const std::string& arguments);
 std::string shellQuote(const std::string& text);
+
+// Installs preferences for the process while it lives, then puts the old back.
+class ScopedDefaults {
+public:
+    explicit ScopedDefaults(const Value& values) : saved_(UserDefaults::standardUserDefaults())
+    {
+        UserDefaults::setStandardUserDefaults(UserDefaults(values.asDictionary()));
+    }
+    ~ScopedDefaults() { UserDefaults::setStandardUserDefaults(saved_); }
+    ScopedDefaults(const ScopedDefaults&) = delete;
+    ScopedDefaults& operator=(const ScopedDefaults&) = delete;
+
+private:
+    UserDefaults saved_;
+};
 
 }  // namespace quillora::test
 
