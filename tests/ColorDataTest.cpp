@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
-#include <string>
-#include <vector>
+#include <tuple>
 
 #include "tracks/ColorData.h"
 
@@ -44,14 +44,12 @@ Bytes text(std::string_view value)
     return Bytes(value.begin(), value.end());
 }
 
-void expectColor(const Bytes& data, ColorComponents expected)
+void expectColor(const Bytes& data, std::array<double, 4> expected)
 {
     auto color = colorComponentsFromData(data);
     ASSERT_TRUE(color.has_value());
-    EXPECT_DOUBLE_EQ(color->red, expected.red);
-    EXPECT_DOUBLE_EQ(color->green, expected.green);
-    EXPECT_DOUBLE_EQ(color->blue, expected.blue);
-    EXPECT_DOUBLE_EQ(color->alpha, expected.alpha);
+    const double read[] = {color->red, color->green, color->blue, color->alpha};
+    for (int i = 0; i < 4; ++i) EXPECT_DOUBLE_EQ(read[i], expected[i]) << i;
 }
 
 }  // namespace
@@ -71,9 +69,8 @@ TEST(ColorData, PremultipliesSixteenBitComponentsByAlpha)
 {
     RGBColor color;
     ASSERT_TRUE(QRGetRGBColorFromData(archived(1, {1, 0.25f, 0, 0.5f}), color));
-    EXPECT_EQ(color.red, 32767);   // 0.5 * 65535 = 32767.5
-    EXPECT_EQ(color.green, 8191);  // 0.125 * 65535 = 8191.875
-    EXPECT_EQ(color.blue, 0);
+    // 0.5 * 65535 = 32767.5 and 0.125 * 65535 = 8191.875: truncated.
+    EXPECT_EQ(std::tuple(color.red, color.green, color.blue), std::tuple(32767, 8191, 0));
     ASSERT_TRUE(QRGetRGBColorFromData(archived(3, {0.5f, 1}), color));
     EXPECT_EQ(color.blue, 32767);
 }
