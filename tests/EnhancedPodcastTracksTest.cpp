@@ -3,7 +3,6 @@
 // readers play the file and find its chapters and pictures.
 #include <gtest/gtest.h>
 
-#include "QTDataEditor.h"
 #include "TestSupport.h"
 #include "TrackTestSupport.h"
 #include "foundation/FourCC.h"

@@ -2,9 +2,9 @@
 // picture at its chunk offset, and each way the writer gives up.
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vips/vips8>
 
-#include "QTDataEditor.h"
 #include "TestSupport.h"
 #include "TrackTestSupport.h"
 #include "foundation/FourCC.h"
@@ -17,22 +17,19 @@ using namespace quillora::test;
 
 namespace {
 
-std::string logged(std::string_view message)
-{
-    return "-[QTDataEditor addImages:toFile:path:withParameters:notifying:error:]  " + std::string(message);
-}
+const std::string kMethod = "-[QTDataEditor addImages:toFile:path:withParameters:notifying:error:]  ";
 
 Value slide(std::int64_t time, const std::filesystem::path& image)
 {
     return Value::dictionary({{"timeValue", time}, {"imagePath", image.string()}});
 }
 
-Bytes imageStsd(std::string_view format, std::uint16_t width, std::uint16_t height, std::string_view name)
+Bytes imageEntry(std::string_view format, std::uint16_t width, std::uint16_t height, std::string_view name)
 {
     const Bytes entry = join({u16s({0, 0, 0, 1, 0, 0}), chars("appl"), u32s({0, 0x400}), u16s({width, height}),
                               u32s({0x00480000, 0x00480000, 0}), u16s({1}), pascal(name), Bytes(31 - name.size(), 0),
                               u16s({24, 0xFFFF})});
-    return box("stsd", {u32s({0, 1}), box(format, {entry})});
+    return box(format, {entry});
 }
 
 Bytes utf16Name(std::string_view text)
@@ -45,19 +42,16 @@ Bytes utf16Name(std::string_view text)
 // The whole picture track. Sizes and chunk offsets are taken as read;
 // expectSamples checks them against the pictures.
 Bytes expectedTrak(const WrittenFile& file, std::uint32_t trackID, std::uint32_t duration, std::uint32_t size,
-                   const Bytes& handlerName, const Bytes& stsd, const std::vector<std::uint32_t>& durations)
+                   const Bytes& handlerName, const Bytes& entry, const std::vector<std::uint32_t>& durations)
 {
     const auto& trak = file.traks.back();
     const auto sizes = file.table(trak, atom::stsz), offsets = file.table(trak, atom::stco);
     const auto count = static_cast<std::uint32_t>(sizes.size());
     const Bytes vmhd = box("vmhd", {u32s({1}), u16s({0x40, 0x8000, 0x8000, 0x8000, 0, 0})});
-    const Bytes stbl =
-        box("stbl", {stsd, box("stsc", {u32s({0, 1, 1, 1, 1})}), box("stsz", {u32s({0, 0, count}), u32s(sizes)}),
-                     stts(durations), box("stco", {u32s({0, count}), u32s(offsets)})});
-    return box("trak",
-               {tkhd(0x0F, trackID, duration, size), edts(duration),
-                box("mdia", {mdhd(u32s({duration})), hdlr("mhlr", "vide", "appl", 0x10000000, 0x00010111, handlerName),
-                             box("minf", {vmhd, dataHandlerAndDinf(0x00010129), stbl})})});
+    return test::trak(tkhd(0x0F, trackID, duration, size), duration, u32s({duration}),
+                      hdlr("mhlr", "vide", "appl", 0x10000000, 0x00010111, handlerName), vmhd, 0x00010129, entry,
+                      join({box("stsz", {u32s({0, 0, count}), u32s(sizes)}), stts(durations),
+                            box("stco", {u32s({0, count}), u32s(offsets)})}));
 }
 
 const Value kGiven = Value::dictionary({{"duration", 3000}, {"trackID", 3}});
@@ -85,9 +79,9 @@ TEST(ImageTrack, WritesEveryPictureAndDescribesTheFirst)
     const WrittenFile written(movie);
     EXPECT_EQ(written.below(written.traks.back(), {}),
               expectedTrak(written, 3, 3000, 0x012C0000, utf16Name("Apple Video Media Handler"),
-                           imageStsd("jpeg", 640, 640, "Photo-JPEG"), {600, 900, 1500}));
+                           imageEntry("jpeg", 640, 640, "Photo-JPEG"), {600, 900, 1500}));
     written.expectSamples(written.traks.back(), {readFile(square), readFile(small), readFile(square)});
-    EXPECT_TRUE(log.contains(logged("Image type JPEG")));
+    EXPECT_TRUE(log.contains(kMethod + "Image type JPEG"));
 }
 
 TEST(ImageTrack, DescriptionSizeIsInPointsAndASingleSlideLastsTheRecording)
@@ -103,7 +97,7 @@ TEST(ImageTrack, DescriptionSizeIsInPointsAndASingleSlideLastsTheRecording)
     ASSERT_TRUE(add(movie, Value::array({slide(0, fine)})));
     const WrittenFile written(movie);
     EXPECT_EQ(written.below(written.traks.back(), {atom::mdia, atom::minf, atom::stbl, atom::stsd}),
-              imageStsd("png ", 60, 45, "PNG"));
+              box("stsd", {u32s({0, 1}), imageEntry("png ", 60, 45, "PNG")}));
     EXPECT_EQ(written.table(written.traks.back(), atom::stts), std::vector<std::uint32_t>{3000});
 }
 
@@ -118,11 +112,7 @@ TEST(ImageTrack, GivesUpWithItsMessageAndLeavesWhatWasAppended)
         return toolbox::readAtomTree(movie).find({atom::mdat})->size;
     };
 
-    struct Case {
-        Value slides;
-        std::string message;
-        int appended;  // pictures in the media data when it stops
-    };
+    using Case = std::tuple<Value, std::string, int>;  // slides, message, pictures appended when it stops
     const std::vector<Case> cases = {
         {Value::array({slide(0, notAPicture)}), "Couldn't determine image type", 0},
         {Value::array({slide(0, picture), slide(600, folder.path() / "missing.jpg")}),
@@ -132,17 +122,17 @@ TEST(ImageTrack, GivesUpWithItsMessageAndLeavesWhatWasAppended)
         {Value::array({slide(0, picture), Value::dictionary({{"imagePath", picture.string()}})}),
          "Couldn't get next record time", 0},
     };
-    for (const auto& c : cases) {
+    for (const auto& [slides, message, appended] : cases) {
         const auto movie = copyFixture("recording-moov-first.m4a", folder);
         const auto before = readFile(movie);
         const auto mdatBefore = mdatSize(movie);
         CapturedLog log;
-        EXPECT_FALSE(add(movie, c.slides)) << c.message;
-        EXPECT_TRUE(log.contains(logged(c.message))) << c.message;
-        EXPECT_EQ(mdatSize(movie), mdatBefore + c.appended * pictureSize) << c.message;
-        EXPECT_EQ(WrittenFile(movie).traks.size(), 1u) << c.message;
-        if (c.appended == 0) {
-            EXPECT_EQ(readFile(movie), before) << c.message;
+        EXPECT_FALSE(add(movie, slides)) << message;
+        EXPECT_TRUE(log.contains(kMethod + message)) << message;
+        EXPECT_EQ(mdatSize(movie), mdatBefore + appended * pictureSize) << message;
+        EXPECT_EQ(WrittenFile(movie).traks.size(), 1u) << message;
+        if (appended == 0) {
+            EXPECT_EQ(readFile(movie), before) << message;
         }
     }
 
@@ -151,7 +141,7 @@ TEST(ImageTrack, GivesUpWithItsMessageAndLeavesWhatWasAppended)
     writeFile(bare, box("mdat", {Bytes(16, 0xAB)}));
     CapturedLog log;
     EXPECT_FALSE(add(bare, Value::array({slide(0, picture), slide(600, picture)})));
-    EXPECT_TRUE(log.contains(logged("couldn't get targetSearchResult for moov atom")));
+    EXPECT_TRUE(log.contains(kMethod + "couldn't get targetSearchResult for moov atom"));
     EXPECT_EQ(std::filesystem::file_size(bare), 24 + 2 * static_cast<std::uintmax_t>(pictureSize));
 
     // Missing parameters are a programming error, caught before anything is written.
@@ -168,7 +158,6 @@ TEST(ImageTrack, OlderVariantDescribesTheSecondSlideAndNotifies)
     const auto movie = copyFixture("recording-moov-last.m4a", folder);
     const auto recording = toolbox::Movie::movieWithFile(movie);
     ASSERT_TRUE(recording);
-    ASSERT_EQ(recording->tracks().size(), 1u);
     const auto duration = static_cast<std::uint32_t>(recording->duration());
     const auto jpeg = fixture("slide.jpg");
     const auto png = fixture("slide.png");
@@ -185,7 +174,7 @@ TEST(ImageTrack, OlderVariantDescribesTheSecondSlideAndNotifies)
     const WrittenFile written(movie);
     EXPECT_EQ(written.below(written.traks.back(), {}),
               expectedTrak(written, 2, duration, 0x00A00000, pascal("Apple Video Media Handler"),
-                           imageStsd("png ", 120, 90, "PNG"), {600, duration - 600}));
+                           imageEntry("png ", 120, 90, "PNG"), {600, duration - 600}));
     written.expectSamples(written.traks.back(), {readFile(jpeg), readFile(png)});
 
     // A single slide has no second one to describe.

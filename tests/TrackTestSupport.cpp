@@ -121,27 +121,22 @@ Bytes tkhd(std::uint32_t flags, std::uint32_t trackID, std::uint32_t duration, s
                         u32s({size, size})});
 }
 
-Bytes edts(std::uint32_t duration)
-{
-    return box("edts", {box("elst", {u32s({0, 1, duration, 0, 0x00010000})})});
-}
-
-Bytes mdhd(const Bytes& durationField)
-{
-    return box("mdhd", {u32s({0, 0xC2F2F59A, 0xC2F2F59B, 600}), durationField, u32s({0})});
-}
-
 Bytes hdlr(std::string_view type, std::string_view subtype, std::string_view maker, std::uint32_t flags,
            std::uint32_t mask, const Bytes& name)
 {
     return box("hdlr", {u32s({0}), chars(type), chars(subtype), chars(maker), u32s({flags, mask}), name});
 }
 
-Bytes dataHandlerAndDinf(std::uint32_t mask)
+Bytes trak(const Bytes& tkhd, std::uint32_t duration, const Bytes& mdhdDuration, const Bytes& mediaHandler,
+           const Bytes& mediaHeader, std::uint32_t dataMask, const Bytes& entry, const Bytes& tables)
 {
-    const Bytes dref = box("dref", {u32s({0, 1}), box("alis", {u32s({1})})});
-    return join(
-        {hdlr("dhlr", "alis", "appl", 0x10000001, mask, pascal("Apple Alias Data Handler")), box("dinf", {dref})});
+    const Bytes elst = box("elst", {u32s({0, 1, duration, 0, 0x00010000})});
+    const Bytes mdhd = box("mdhd", {u32s({0, 0xC2F2F59A, 0xC2F2F59B, 600}), mdhdDuration, u32s({0})});
+    const Bytes dataHandler = hdlr("dhlr", "alis", "appl", 0x10000001, dataMask, pascal("Apple Alias Data Handler"));
+    const Bytes dinf = box("dinf", {box("dref", {u32s({0, 1}), box("alis", {u32s({1})})})});
+    const Bytes stbl = box("stbl", {box("stsd", {u32s({0, 1}), entry}), box("stsc", {u32s({0, 1, 1, 1, 1})}), tables});
+    return box("trak", {tkhd, box("edts", {elst}),
+                        box("mdia", {mdhd, mediaHandler, box("minf", {mediaHeader, dataHandler, dinf, stbl})})});
 }
 
 Bytes stts(const std::vector<std::uint32_t>& durations)

@@ -44,11 +44,12 @@ Bytes box(std::string_view type, std::initializer_list<Bytes> parts);
 
 inline const Bytes kIdentityMatrix = u32s({0x00010000, 0, 0, 0, 0x00010000, 0, 0, 0, 0x40000000});
 Bytes tkhd(std::uint32_t flags, std::uint32_t trackID, std::uint32_t duration, std::uint32_t size);
-Bytes edts(std::uint32_t duration);
-Bytes mdhd(const Bytes& durationField);
 Bytes hdlr(std::string_view type, std::string_view subtype, std::string_view maker, std::uint32_t flags,
            std::uint32_t mask, const Bytes& name);
-Bytes dataHandlerAndDinf(std::uint32_t mask);
+// The whole track: tkhd, edts, and mdia holding the media header, handlers, the
+// one sample description and the tables after stsc.
+Bytes trak(const Bytes& tkhd, std::uint32_t duration, const Bytes& mdhdDuration, const Bytes& mediaHandler,
+           const Bytes& mediaHeader, std::uint32_t dataMask, const Bytes& entry, const Bytes& tables);
 Bytes stts(const std::vector<std::uint32_t>& durations);  // one sample an entry
 
 Bytes textSample(std::string_view text);  // a 16-bit length, as notes are
