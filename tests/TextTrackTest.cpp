@@ -1,174 +1,208 @@
-// The shared text-track skeleton, built for each kind of text track and read
-// back atom by atom against the layout.
+// The text tracks: their shared skeleton against the whole track built field
+// by field, and the chapter, hyperlink and notes writers on real recordings.
 #include <gtest/gtest.h>
 
-#include "QTDataEditor.h"
 #include "TestSupport.h"
 #include "TrackTestSupport.h"
 #include "foundation/FourCC.h"
+#include "foundation/Log.h"
+#include "toolbox/Movie.h"
 #include "tracks/TextTrackLayout.h"
 
 using namespace quillora;
+using namespace quillora::test;
 
 namespace {
 
 constexpr std::uint32_t kOneMinute = 36000;
 
-SampleTable twoSamples()
+// Two samples; stts and stco follow stsz in the order the kind lists them.
+Bytes expectedTrak(std::uint32_t flags, std::uint32_t id, std::uint32_t size, std::uint32_t mediaMask,
+                   std::uint32_t dataMask, const Bytes& entry, bool sttsFirst)
 {
-    SampleTable table;
-    table.add(19, 600, 1000);
-    table.add(21, 35400, 1019);
-    return table;
+    const Bytes gmhd = box(
+        "gmhd", {box("gmin", {u32s({0}), u16s({0x40, 0x8000, 0x8000, 0x8000, 0, 0})}), box("text", {kIdentityMatrix})});
+    const Bytes times = stts({600, 35400}), chunks = box("stco", {u32s({0, 2, 1000, 1019})});
+    // One minute, least-significant byte first in the media header only.
+    return trak(tkhd(flags, id, kOneMinute, size), kOneMinute, Bytes{0xA0, 0x8C, 0x00, 0x00},
+                hdlr("mhlr", "text", "app2", 1, mediaMask, pascal("Apple Text Media Handler")), gmhd, dataMask, entry,
+                join({box("stsz", {u32s({0, 0, 2, 19, 21})}), sttsFirst ? times : chunks, sttsFirst ? chunks : times}));
 }
 
-test::WrittenFile written(const Bytes& trak, const test::TemporaryFolder& folder)
+Bytes tx3g(std::uint16_t top, std::uint8_t sizeByte, const Bytes& background, const Bytes& color, std::string_view font)
 {
-    const auto path = folder.path() / "moov";
-    test::writeFile(path, test::expectedAtom("moov", trak));
-    return test::WrittenFile(path);
+    return box("tx3g", {u16s({0, 0, 0, 1}), u32s({0}), Bytes{1, 0xFF}, background, u16s({top, 0, 300, 0, 0, 0, 1}),
+                        Bytes{0, sizeByte}, color, box("ftab", {u16s({1, 1}), pascal(font)})});
 }
 
-Bytes expectedGmhd()
+Value withLink(std::int64_t time, std::string title, std::string url)
 {
-    ByteWriter gmin;
-    gmin.putU32BE(0).putU16BE(0x0040).putU16BE(0x8000).putU16BE(0x8000).putU16BE(0x8000).putU16BE(0).putU16BE(0);
-    ByteWriter text;
-    for (std::uint32_t v : {0x00010000u, 0u, 0u, 0u, 0x00010000u, 0u, 0u, 0u, 0x40000000u}) text.putU32BE(v);
-    ByteWriter both;
-    both.putBytes(test::expectedAtom("gmin", gmin.bytes())).putBytes(test::expectedAtom("text", text.bytes()));
-    return test::expectedAtom("gmhd", both.bytes());
+    return Value::dictionary({{"timeValue", time}, {"linkURL", Value::dictionary({{"title", title}, {"url", url}})}});
 }
 
-// The tables of twoSamples(), in the order the track lists them.
-Bytes expectedTables(bool timeToSampleFirst)
+const Value kAttributes = Value::dictionary({{"textTrackFontFace", "Helvetica"}, {"textTrackFontSize", 12}});
+
+std::uint32_t movieDuration(const std::filesystem::path& path)
 {
-    ByteWriter stsz, stts, stco;
-    stsz.putU32BE(0).putU32BE(0).putU32BE(2).putU32BE(19).putU32BE(21);
-    stts.putU32BE(0).putU32BE(2).putU32BE(1).putU32BE(600).putU32BE(1).putU32BE(35400);
-    stco.putU32BE(0).putU32BE(2).putU32BE(1000).putU32BE(1019);
-    ByteWriter tables;
-    tables.putBytes(test::expectedAtom("stsz", stsz.bytes()));
-    const Bytes sttsAtom = test::expectedAtom("stts", stts.bytes());
-    const Bytes stcoAtom = test::expectedAtom("stco", stco.bytes());
-    tables.putBytes(timeToSampleFirst ? sttsAtom : stcoAtom).putBytes(timeToSampleFirst ? stcoAtom : sttsAtom);
-    return tables.take();
+    const auto movie = toolbox::Movie::movieWithFile(path);
+    EXPECT_TRUE(movie);
+    return movie ? static_cast<std::uint32_t>(movie->duration()) : 0;
 }
 
-Bytes expectedTx3g(std::uint16_t top, std::uint8_t sizeByte, Bytes background, Bytes textColor, std::string font)
-{
-    ByteWriter w;
-    w.putZeros(6).putU16BE(1).putU32BE(0).putU8(1).putU8(0xFF).putBytes(background);
-    w.putU16BE(top).putU16BE(0).putU16BE(300).putU16BE(0);
-    w.putU16BE(0).putU16BE(0).putU16BE(1).putU8(0).putU8(sizeByte).putBytes(textColor);
-    ByteWriter ftab;
-    ftab.putU16BE(1).putU16BE(1).putBytes(test::lengthPrefixed(font));
-    w.putBytes(test::expectedAtom("ftab", ftab.bytes()));
-    return test::expectedAtom("tx3g", w.bytes());
-}
-
-Bytes stsdHolding(const Bytes& entry)
-{
-    ByteWriter w;
-    w.putU32BE(0).putU32BE(1).putBytes(entry);
-    return test::expectedAtom("stsd", w.bytes());
-}
-
-const std::vector<std::uint32_t> kStblChildrenChapter = {atom::stsd, atom::stsc, atom::stsz, atom::stts, atom::stco};
-const std::vector<std::uint32_t> kStblChildrenTimedText = {atom::stsd, atom::stsc, atom::stsz, atom::stco, atom::stts};
+// Always tracks 2 and 3, whatever the chapter track's ID.
+const Bytes kTref = box("tref", {box("chap", {u32s({2, 3})})});
 
 }  // namespace
 
-TEST(TextTrack, ChapterSkeletonMatchesTheLayoutByteForByte)
+TEST(TextTrack, ChapterAndTimedTextSkeletonsMatchTheLayout)
 {
+    const Bytes text = box("text", {u16s({0, 0, 0, 1}), u32s({1, 1}), Bytes(6, 0xFF), Bytes(8, 0),
+                                    Bytes{0, 0, 0, 0, 0, 0x10, 0, 0x0D, 0, 0, 0, 0, 0, 0x0D, 0, 0, 0, 0, 0, 0, 0}});
     QTDataEditor editor;
-    test::TemporaryFolder folder;
-    const Bytes trakBytes = TextTrackBuilder(editor, kChapterTrack, kOneMinute, 2).finish(twoSamples());
-    const auto file = written(trakBytes, folder);
-    const auto trak = file.lastTrak();
+    const SampleTable table{{19, 21}, {600, 35400}, {1000, 1019}};
+    EXPECT_EQ(TextTrackBuilder(editor, kChapterTrack, kOneMinute, 2).finish(table),
+              expectedTrak(0x0E, 2, 0, 0x00010113, 0x00010129, text, true));
 
-    EXPECT_EQ(file.atomBelow(trak, {atom::tkhd}), test::expectedTkhd(0x0E, 2, kOneMinute, 0));
-    EXPECT_EQ(file.atomBelow(trak, {atom::edts}), test::expectedEdts(kOneMinute));
-    const Bytes mdhd = file.atomBelow(trak, {atom::mdia, atom::mdhd});
-    EXPECT_EQ(mdhd, test::expectedMdhd(kOneMinute, true));
-    // One minute: little-endian in the media header, big-endian in the track header.
-    EXPECT_EQ(Bytes(mdhd.begin() + 24, mdhd.begin() + 28), (Bytes{0xA0, 0x8C, 0x00, 0x00}));
-    const Bytes tkhd = file.atomBelow(trak, {atom::tkhd});
-    EXPECT_EQ(Bytes(tkhd.begin() + 28, tkhd.begin() + 32), (Bytes{0x00, 0x00, 0x8C, 0xA0}));
-
-    EXPECT_EQ(
-        file.atomBelow(trak, {atom::mdia, atom::hdlr}),
-        test::expectedHdlr("mhlr", "text", "app2", 1, 0x00010113, test::lengthPrefixed("Apple Text Media Handler")));
-    EXPECT_EQ(file.atomBelow(trak, {atom::mdia, atom::minf, fourCC("gmhd")}), expectedGmhd());
-    EXPECT_EQ(file.atomBelow(trak, {atom::mdia, atom::minf, atom::hdlr}), test::expectedDataHdlr(0x00010129));
-    EXPECT_EQ(file.atomBelow(trak, {atom::mdia, atom::minf, fourCC("dinf")}), test::expectedDinf());
-
-    ByteWriter text;
-    text.putZeros(6).putU16BE(1).putU32BE(1).putU32BE(1);
-    text.putBytes(Bytes{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}).putZeros(8);
-    text.putBytes(Bytes{0, 0, 0, 0, 0, 0x10, 0, 0x0D, 0, 0, 0, 0, 0, 0x0D, 0, 0, 0, 0, 0, 0, 0});
-    EXPECT_EQ(file.atomBelow(trak, {atom::mdia, atom::minf, atom::stbl, atom::stsd}),
-              stsdHolding(test::expectedAtom("text", text.bytes())));
-    EXPECT_EQ(stsdHolding(test::expectedAtom("text", text.bytes())).size(), 75u);
-    EXPECT_EQ(file.atomBelow(trak, {atom::mdia, atom::minf, atom::stbl, atom::stsc}), test::expectedStsc());
-
-    EXPECT_EQ(file.childTypes(trak, {atom::mdia, atom::minf, atom::stbl}), kStblChildrenChapter);
-    const Bytes stbl = file.atomBelow(trak, {atom::mdia, atom::minf, atom::stbl});
-    EXPECT_EQ(Bytes(stbl.end() - static_cast<std::ptrdiff_t>(expectedTables(true).size()), stbl.end()),
-              expectedTables(true));
-    EXPECT_EQ(file.childTypes(trak, {}), (std::vector<std::uint32_t>{atom::tkhd, atom::edts, atom::mdia}));
-    EXPECT_EQ(file.childTypes(trak, {atom::mdia}), (std::vector<std::uint32_t>{atom::mdhd, atom::hdlr, atom::minf}));
-    EXPECT_EQ(file.childTypes(trak, {atom::mdia, atom::minf}),
-              (std::vector<std::uint32_t>{fourCC("gmhd"), atom::hdlr, fourCC("dinf"), atom::stbl}));
-    EXPECT_EQ(trakBytes.size() + 8, file.bytes().size());
+    const TextStyle style{"Helvetica", 12, {0.5, 0.5, 0.5, 1.0}, {0.5, 0.25, 1.0, 0.5}};
+    // The background scales to 250, the text colour to 100.
+    EXPECT_EQ(TextTrackBuilder(editor, kHyperlinkTrack, kOneMinute, 4, style).finish(table),
+              expectedTrak(0x0F, 4, 0x012C0000, 0x0001018A, 0x0001019F,
+                           tx3g(278, 12, Bytes{125, 62, 250, 125}, Bytes{50, 50, 50, 100}, "Helvetica"), false));
 }
 
-TEST(TextTrack, TimedTextSkeletonScalesColoursAndPlacesTheTextBox)
+TEST(TextTrack, StyleFromAttributesAndALargeFontSize)
 {
-    QTDataEditor editor;
-    test::TemporaryFolder folder;
-    TextStyle style;
-    style.fontName = "Helvetica";
-    style.fontSize = 12;
-    style.textColor = {0.5, 0.5, 0.5, 1.0};
-    style.backgroundColor = {0.5, 0.25, 1.0, 0.5};
-    const auto file =
-        written(TextTrackBuilder(editor, kHyperlinkTrack, kOneMinute, 4, style).finish(twoSamples()), folder);
-    const auto trak = file.lastTrak();
-
-    EXPECT_EQ(file.atomBelow(trak, {atom::tkhd}), test::expectedTkhd(0x0F, 4, kOneMinute, 0x012C0000));
-    EXPECT_EQ(file.atomBelow(trak, {atom::mdia, atom::mdhd}), test::expectedMdhd(kOneMinute, true));
-    EXPECT_EQ(
-        file.atomBelow(trak, {atom::mdia, atom::hdlr}),
-        test::expectedHdlr("mhlr", "text", "app2", 1, 0x0001018A, test::lengthPrefixed("Apple Text Media Handler")));
-    EXPECT_EQ(file.atomBelow(trak, {atom::mdia, atom::minf, atom::hdlr}), test::expectedDataHdlr(0x0001019F));
-    EXPECT_EQ(file.atomBelow(trak, {atom::mdia, atom::minf, atom::stbl, atom::stsd}),
-              stsdHolding(expectedTx3g(278, 12, Bytes{125, 62, 250, 125}, Bytes{50, 50, 50, 100}, "Helvetica")));
-    EXPECT_EQ(file.childTypes(trak, {atom::mdia, atom::minf, atom::stbl}), kStblChildrenTimedText);
-    const Bytes stbl = file.atomBelow(trak, {atom::mdia, atom::minf, atom::stbl});
-    EXPECT_EQ(Bytes(stbl.end() - static_cast<std::ptrdiff_t>(expectedTables(false).size()), stbl.end()),
-              expectedTables(false));
-}
-
-TEST(TextTrack, LargeFontSizeKeepsItsLowByteAndAttributesFallBackToZero)
-{
-    QTDataEditor editor;
-    test::TemporaryFolder folder;
     // A numeric string counts as a size; no colours means black on transparent.
     const TextStyle style =
         textStyleFromAttributes(Value::dictionary({{"textTrackFontFace", "Times"}, {"textTrackFontSize", "300"}}));
-    EXPECT_EQ(style.fontSize, 300);
-    const auto file = written(TextTrackBuilder(editor, kNotesTrack, 100, 6, style).finish({}), folder);
-    const auto trak = file.lastTrak();
-    // 290 - 300 wraps to 0xFFF6 in the text box; the style record keeps 300 mod 256.
-    EXPECT_EQ(file.atomBelow(trak, {atom::mdia, atom::minf, atom::stbl, atom::stsd}),
-              stsdHolding(expectedTx3g(0xFFF6, 44, Bytes{0, 0, 0, 0}, Bytes{0, 0, 0, 0}, "Times")));
-    EXPECT_TRUE(file.sampleSizes(trak).empty());
-    EXPECT_TRUE(file.chunkOffsets(trak).empty());
+    QTDataEditor editor;
+    TrackAtoms atoms(editor);
+    // 290 - 300 wraps to 0xFFF6 at the top of the text box; the style record keeps 300 mod 256.
+    EXPECT_EQ(timedTextDescription(atoms, style), tx3g(0xFFF6, 44, Bytes(4, 0), Bytes(4, 0), "Times"));
 
     const TextStyle colored = textStyleFromAttributes(Value::dictionary(
         {{"textTrackFontSize", 18}, {"textTrackFontColorData", Bytes{'#', '8', '0', '8', '0', '8', '0'}}}));
     EXPECT_EQ(colored.fontSize, 18);
     EXPECT_NEAR(colored.textColor.red, 128 / 255.0, 1e-9);
     EXPECT_EQ(colored.backgroundColor.alpha, 0);
+}
+
+TEST(ChapterTrack, WritesOneSamplePerTransitionAndPointsTheRecordingAtIt)
+{
+    TemporaryFolder folder;
+    const auto path = copyFixture("recording-iods.m4a", folder);
+    ASSERT_TRUE(toolbox::readAtomTree(path).find({atom::moov, atom::iods}));
+    const Value transitions = Value::array({
+        Value::dictionary({{"timeValue", 0}, {"slideTitle", "Intro"}}),
+        Value::dictionary({{"timeValue", 600}, {"slideTitle", " \n\t "}}),
+        Value::dictionary({{"timeValue", 1500}, {"slideTitle", "  Lead"}}),
+        Value::dictionary({{"timeValue", 4000}}),  // past the recording's end
+    });
+    CapturedLog log;
+    const auto written = afterWriting(path, [&](QTDataEditor& editor, FileHandle& file) {
+        return editor.addChapters(transitions, file, path.string(),
+                                  Value::dictionary({{"duration", 3000}, {"trackID", 7}}));
+    });
+    ASSERT_EQ(written.traks.size(), 2u);
+    const auto& chapters = written.traks.back();
+    EXPECT_EQ(written.below(chapters, {atom::tkhd}), tkhd(0x0E, 7, 3000, 0));
+
+    const std::vector<std::string> names = {"Intro", "Chapter 2", "  Lead", "Chapter 4"};
+    std::vector<Bytes> samples;
+    for (const auto& name : names) samples.push_back(chapterSample(name));
+    EXPECT_EQ(samples[0].size(), 19u);
+    written.expectSamples(chapters, samples);
+    // The last chapter runs past the end: its duration wraps as 32 bits.
+    EXPECT_EQ(written.table(chapters, atom::stts), (std::vector<std::uint32_t>{600, 900, 2500, 0xFFFFFC18}));
+    EXPECT_EQ(written.below(written.traks.front(), {atom::tref}), kTref);
+    EXPECT_FALSE(written.tree.find({atom::moov, atom::iods}));
+
+    for (const auto& name : names) {
+        const char* how = name.starts_with("Chapter") ? "Generating chapter name: " : "Using given chapter name: ";
+        EXPECT_TRUE(log.contains("-[QTDataEditor addChapters:toFile:path:withParameters:error:]  " + (how + name)));
+    }
+}
+
+TEST(ChapterTrack, NoTransitionsStillGiveAnEmptyTrackAndTheReference)
+{
+    TemporaryFolder folder;
+    const auto path = copyFixture("recording-moov-last.m4a", folder);
+    const auto mdatBefore = toolbox::readAtomTree(path).find({atom::mdat});
+    const auto written = afterWriting(path, [&](QTDataEditor& editor, FileHandle& file) {
+        return editor.addChapters(Value::array(), file, path.string(),
+                                  Value::dictionary({{"duration", 3000}, {"trackID", 2}}));
+    });
+    ASSERT_EQ(written.traks.size(), 2u);
+    EXPECT_TRUE(written.table(written.traks.back(), atom::stsz).empty());
+    EXPECT_EQ(written.tree.find({atom::mdat})->size, mdatBefore->size);
+    EXPECT_EQ(written.below(written.traks.front(), {atom::tref}), kTref);
+}
+
+TEST(HyperlinkTrack, WritesLinkSamplesInOneBlockWithSixteenBitDurations)
+{
+    TemporaryFolder folder;
+    const auto path = copyFixture("recording-moov-first.m4a", folder);
+    const std::string longURL = "http://example.com/" + std::string(281, 'a');
+    const Value transitions = Value::array({Value::dictionary({{"timeValue", 0}}), withLink(40000, "Docs", longURL),
+                                            withLink(40100, "A longer title", "http://x.y")});
+    CapturedLog log;
+    const auto written = afterWriting(path, [&](QTDataEditor& editor, FileHandle& file) {
+        return editor.addTextTrackURLs(transitions, kAttributes, file, path.string(),
+                                       Value::dictionary({{"duration", 50000}, {"trackID", 4}}));
+    });
+    ASSERT_EQ(written.traks.size(), 2u);
+    const auto& trak = written.traks.back();
+    EXPECT_EQ(written.below(trak, {atom::tkhd}), tkhd(0x0F, 4, 50000, 0x012C0000));
+
+    const Bytes docs = linkSample("Docs", longURL);
+    EXPECT_EQ(docs[6 + 8 + 4], 44);  // the URL length byte: 300 mod 256
+    written.expectSamples(trak, {Bytes{0, 0, 0, 0, 0, 0x0E, 'h', 'r', 'e', 'f', 0, 0, 0, 0, 0, 0}, docs,
+                                 linkSample("A longer title", "http://x.y")});
+    const auto offsets = written.table(trak, atom::stco);
+    EXPECT_EQ(offsets, (std::vector<std::uint32_t>{offsets[0], offsets[0] + 16,
+                                                   offsets[0] + 16 + static_cast<std::uint32_t>(docs.size())}));
+    // A gap of 40000 does not fit in 16 signed bits.
+    EXPECT_EQ(written.table(trak, atom::stts), (std::vector<std::uint32_t>{0xFFFF9C40, 100, 9900}));
+    EXPECT_TRUE(log.contains("-[QTDataEditor addTextTrackURLs:withAttributes:toFile:path:withParameters:error:]  "
+                             "Adding text track for URLS."));
+    EXPECT_EQ(ffmpegDecodeErrors(path), "");
+}
+
+TEST(HyperlinkTrack, OlderVariantTakesDurationAndTrackIDFromTheMovie)
+{
+    TemporaryFolder folder;
+    const auto path = copyFixture("recording-chunks-moov-last.m4a", folder);
+    const auto duration = movieDuration(path);
+    QTDataEditor editor;
+    CapturedLog log;
+    EXPECT_TRUE(editor.addTextTrackURLs(Value::array({withLink(100, "T", "u")}), kAttributes, path));
+    const WrittenFile written(path);
+    ASSERT_EQ(written.traks.size(), 3u);
+    const auto& trak = written.traks.back();
+    EXPECT_EQ(written.below(trak, {atom::tkhd}), tkhd(0x0F, 3, duration, 0x012C0000));
+    written.expectSamples(trak, {linkSample("T", "u")});
+    EXPECT_EQ(written.table(trak, atom::stts),
+              std::vector<std::uint32_t>{static_cast<std::uint32_t>(static_cast<std::int16_t>(duration - 100))});
+    EXPECT_TRUE(log.contains("-[QTDataEditor addTextTrackURLs:withAttributes:toFileAtPath:]  Adding text track URLS"));
+}
+
+TEST(NotesTrack, CarriesNotesForwardAndEncodesOnlyASCII)
+{
+    TemporaryFolder folder;
+    const auto path = copyFixture("recording-moov-first.m4a", folder);
+    const auto duration = movieDuration(path);
+    const Value transitions = Value::array({Value::dictionary({{"timeValue", 0}}),
+                                            Value::dictionary({{"timeValue", 600}, {"notes", "First"}}),
+                                            Value::dictionary({{"timeValue", 1200}}),
+                                            Value::dictionary({{"timeValue", 41200}, {"notes", "Caf\xC3\xA9"}})});
+    const auto written = afterWriting(path, [&](QTDataEditor& editor, FileHandle& file) {
+        return editor.addTextTrackForNotes(transitions, kAttributes, file, path);
+    });
+    const auto& trak = written.traks.back();
+    EXPECT_EQ(written.below(trak, {atom::tkhd}), tkhd(0x0F, 6, duration, 0x012C0000));
+    written.expectSamples(trak, {textSample(""), textSample("First"), textSample("First"), textSample("")});
+    EXPECT_EQ(written.table(trak, atom::stts),
+              (std::vector<std::uint32_t>{600, 600, 0xFFFF9C40,
+                                          static_cast<std::uint32_t>(static_cast<std::int16_t>(duration - 41200))}));
+    EXPECT_EQ(ffmpegDecodeErrors(path), "");
 }

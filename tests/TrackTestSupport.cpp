@@ -2,197 +2,165 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "TestSupport.h"
 #include "foundation/FourCC.h"
 
 namespace quillora::test {
 
-WrittenFile::WrittenFile(const std::filesystem::path& path) : bytes_(readFile(path)), tree_(toolbox::readAtomTree(path))
+WrittenFile::WrittenFile(const std::filesystem::path& path) : bytes(readFile(path)), tree(toolbox::readAtomTree(path))
 {
-    EXPECT_TRUE(tree_.problems.empty()) << (tree_.problems.empty() ? "" : tree_.problems.front());
-}
-
-std::vector<toolbox::AtomNode> WrittenFile::traks() const
-{
-    std::vector<toolbox::AtomNode> found;
-    if (auto moov = tree_.find({atom::moov})) {
-        for (const auto& node : tree_.childrenOf(*moov)) {
-            if (node.type == atom::trak) found.push_back(node);
-        }
+    EXPECT_TRUE(tree.problems.empty()) << (tree.problems.empty() ? "" : tree.problems.front());
+    for (const auto& node : tree.atoms) {
+        if (node.type == atom::trak && node.depth == 1) traks.push_back(node);
     }
-    return found;
 }
 
-toolbox::AtomNode WrittenFile::lastTrak() const
+Bytes WrittenFile::below(const toolbox::AtomNode& parent, std::initializer_list<std::uint32_t> path) const
 {
-    auto all = traks();
-    EXPECT_FALSE(all.empty());
-    return all.empty() ? toolbox::AtomNode{} : all.back();
-}
-
-std::optional<toolbox::AtomNode> WrittenFile::nodeBelow(const toolbox::AtomNode& parent,
-                                                        std::initializer_list<std::uint32_t> path) const
-{
-    std::optional<toolbox::AtomNode> current = parent;
+    toolbox::AtomNode node = parent;
     for (std::uint32_t type : path) {
-        const auto children = tree_.childrenOf(*current);
-        current.reset();
-        for (const auto& child : children) {
-            if (child.type == type) {
-                current = child;
-                break;
-            }
+        const auto children = tree.childrenOf(node);
+        const auto found = std::ranges::find(children, type, &toolbox::AtomNode::type);
+        if (found == children.end()) {
+            ADD_FAILURE() << "no " << stringFromFourCC(type) << " below " << stringFromFourCC(node.type);
+            return {};
         }
-        if (!current) return std::nullopt;
+        node = *found;
     }
-    return current;
+    return at(static_cast<std::uint64_t>(node.offset), static_cast<std::size_t>(node.size));
 }
 
-Bytes WrittenFile::atomBelow(const toolbox::AtomNode& parent, std::initializer_list<std::uint32_t> path) const
+Bytes WrittenFile::at(std::uint64_t offset, std::size_t length) const
 {
-    auto node = nodeBelow(parent, path);
-    EXPECT_TRUE(node.has_value()) << "atom missing below " << stringFromFourCC(parent.type);
-    return node ? bytesAt(static_cast<std::uint64_t>(node->offset), static_cast<std::size_t>(node->size)) : Bytes{};
+    EXPECT_LE(offset + length, bytes.size());
+    if (offset + length > bytes.size()) return {};
+    const auto start = bytes.begin() + static_cast<std::ptrdiff_t>(offset);
+    return Bytes(start, start + static_cast<std::ptrdiff_t>(length));
 }
 
-std::vector<std::uint32_t> WrittenFile::childTypes(const toolbox::AtomNode& parent,
-                                                   std::initializer_list<std::uint32_t> path) const
+std::vector<std::uint32_t> WrittenFile::table(const toolbox::AtomNode& trak, std::uint32_t type) const
 {
-    std::vector<std::uint32_t> types;
-    if (auto node = nodeBelow(parent, path)) {
-        for (const auto& child : tree_.childrenOf(*node)) types.push_back(child.type);
-    }
-    return types;
-}
-
-Bytes WrittenFile::bytesAt(std::uint64_t offset, std::size_t length) const
-{
-    EXPECT_LE(offset + length, bytes_.size());
-    if (offset + length > bytes_.size()) return {};
-    return Bytes(bytes_.begin() + static_cast<std::ptrdiff_t>(offset),
-                 bytes_.begin() + static_cast<std::ptrdiff_t>(offset + length));
-}
-
-namespace {
-
-std::vector<std::uint32_t> tableEntries(const Bytes& table, std::size_t headerBytes, std::size_t stride)
-{
+    const Bytes t = below(trak, {atom::mdia, atom::minf, atom::stbl, type});
+    const std::size_t head = type == atom::stsz ? 20 : 16, stride = type == atom::stts ? 8 : 4;
     std::vector<std::uint32_t> entries;
-    if (table.size() < headerBytes) return entries;
-    ByteReader reader(table);
-    reader.skip(12);
-    const std::uint32_t count = reader.getU32BE();
-    reader.seek(headerBytes);
-    for (std::uint32_t i = 0; i < count; ++i) {
-        if (stride == 8) {
-            EXPECT_EQ(reader.getU32BE(), 1u) << "sample count of a time-to-sample entry";
-        }
-        entries.push_back(reader.getU32BE());
+    if (t.size() < head) return entries;
+    EXPECT_EQ(t.size(), head + stride * readU32BE(&t[head - 4])) << stringFromFourCC(type);
+    EXPECT_EQ(type == atom::stsz ? readU32BE(&t[12]) : 0u, 0u) << "a common sample size";
+    for (std::size_t i = head; i + stride <= t.size(); i += stride) {
+        EXPECT_EQ(stride == 8 ? readU32BE(&t[i]) : 1u, 1u) << "samples in a time-to-sample entry";
+        entries.push_back(readU32BE(&t[i + stride - 4]));
     }
-    EXPECT_EQ(reader.remaining(), 0u);
     return entries;
 }
 
-}  // namespace
-
-std::vector<std::uint32_t> WrittenFile::sampleSizes(const toolbox::AtomNode& trak) const
+void WrittenFile::expectSamples(const toolbox::AtomNode& trak, const std::vector<Bytes>& samples) const
 {
-    const Bytes stsz = atomBelow(trak, {atom::mdia, atom::minf, atom::stbl, atom::stsz});
-    if (stsz.size() < 20) return {};
-    EXPECT_EQ(readU32BE(stsz.data() + 12), 0u) << "a common sample size";
-    // The count sits one field later than in the other tables.
-    Bytes shifted(stsz.begin() + 4, stsz.end());
-    return tableEntries(shifted, 16, 4);
-}
-
-std::vector<std::uint32_t> WrittenFile::sampleDurations(const toolbox::AtomNode& trak) const
-{
-    return tableEntries(atomBelow(trak, {atom::mdia, atom::minf, atom::stbl, atom::stts}), 16, 8);
-}
-
-std::vector<std::uint32_t> WrittenFile::chunkOffsets(const toolbox::AtomNode& trak) const
-{
-    return tableEntries(atomBelow(trak, {atom::mdia, atom::minf, atom::stbl, atom::stco}), 16, 4);
-}
-
-Bytes expectedAtom(std::string_view type, const Bytes& payload)
-{
-    ByteWriter w;
-    w.putU32BE(static_cast<std::uint32_t>(payload.size() + 8)).putString(type).putBytes(payload);
-    return w.take();
-}
-
-Bytes lengthPrefixed(std::string_view text)
-{
-    ByteWriter w;
-    w.putU8(static_cast<std::uint8_t>(text.size())).putString(text);
-    return w.take();
-}
-
-namespace {
-void putIdentityMatrix(ByteWriter& w)
-{
-    for (std::uint32_t v : {0x00010000u, 0u, 0u, 0u, 0x00010000u, 0u, 0u, 0u, 0x40000000u}) w.putU32BE(v);
-}
-}  // namespace
-
-Bytes expectedTkhd(std::uint32_t flags, std::uint32_t trackID, std::uint32_t duration, std::uint32_t size)
-{
-    ByteWriter w;
-    w.putU8(0).putU8(0).putU8(0).putU8(static_cast<std::uint8_t>(flags));
-    w.putU32BE(0xC2F2F59A).putU32BE(0xC2F2F59B).putU32BE(trackID).putU32BE(0).putU32BE(duration);
-    w.putZeros(8);
-    w.putZeros(8);  // layer, alternate group, volume, reserved: all come out zero
-    putIdentityMatrix(w);
-    w.putU32BE(size).putU32BE(size);
-    return expectedAtom("tkhd", w.bytes());
-}
-
-Bytes expectedEdts(std::uint32_t duration)
-{
-    ByteWriter elst;
-    elst.putU32BE(0).putU32BE(1).putU32BE(duration).putU32BE(0).putU32BE(0x00010000);
-    return expectedAtom("edts", expectedAtom("elst", elst.bytes()));
-}
-
-Bytes expectedMdhd(std::uint32_t duration, bool littleEndianDuration)
-{
-    ByteWriter w;
-    w.putU32BE(0).putU32BE(0xC2F2F59A).putU32BE(0xC2F2F59B).putU32BE(600);
-    for (int i = 0; i < 4; ++i) {
-        const int shift = littleEndianDuration ? 8 * i : 24 - 8 * i;
-        w.putU8(static_cast<std::uint8_t>(duration >> shift));
+    const auto offsets = table(trak, atom::stco), sizes = table(trak, atom::stsz);
+    ASSERT_EQ(offsets.size(), samples.size());
+    ASSERT_EQ(sizes.size(), samples.size());
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        EXPECT_EQ(sizes[i], samples[i].size()) << "sample " << i;
+        EXPECT_EQ(at(offsets[i], samples[i].size()), samples[i]) << "sample " << i;
     }
-    w.putU16BE(0).putU16BE(0);
-    return expectedAtom("mdhd", w.bytes());
 }
 
-Bytes expectedHdlr(std::string_view type, std::string_view subtype, std::string_view manufacturer, std::uint32_t flags,
-                   std::uint32_t mask, const Bytes& name)
+WrittenFile afterWriting(const std::filesystem::path& path,
+                         const std::function<bool(QTDataEditor&, FileHandle&)>& write)
+{
+    {
+        QTDataEditor editor;
+        FileHandle file(path, FileHandle::Mode::Updating);
+        EXPECT_TRUE(write(editor, file));
+    }
+    return WrittenFile(path);
+}
+
+Bytes u16s(const std::vector<std::uint16_t>& values)
 {
     ByteWriter w;
-    w.putU32BE(0).putString(type).putString(subtype).putString(manufacturer).putU32BE(flags).putU32BE(mask);
-    w.putBytes(name);
-    return expectedAtom("hdlr", w.bytes());
+    for (auto v : values) w.putU16BE(v);
+    return w.take();
 }
 
-Bytes expectedDataHdlr(std::uint32_t mask)
-{
-    return expectedHdlr("dhlr", "alis", "appl", 0x10000001, mask, lengthPrefixed("Apple Alias Data Handler"));
-}
-
-Bytes expectedDinf()
-{
-    ByteWriter dref;
-    dref.putU32BE(0).putU32BE(1).putBytes(expectedAtom("alis", Bytes{0, 0, 0, 1}));
-    return expectedAtom("dinf", expectedAtom("dref", dref.bytes()));
-}
-
-Bytes expectedStsc()
+Bytes u32s(const std::vector<std::uint32_t>& values)
 {
     ByteWriter w;
-    w.putU32BE(0).putU32BE(1).putU32BE(1).putU32BE(1).putU32BE(1);
-    return expectedAtom("stsc", w.bytes());
+    for (auto v : values) w.putU32BE(v);
+    return w.take();
+}
+
+Bytes chars(std::string_view text)
+{
+    return Bytes(text.begin(), text.end());
+}
+
+Bytes pascal(std::string_view text)
+{
+    return join({Bytes{static_cast<std::uint8_t>(text.size())}, chars(text)});
+}
+
+Bytes join(std::initializer_list<Bytes> parts)
+{
+    ByteWriter w;
+    for (const Bytes& part : parts) w.putBytes(part);
+    return w.take();
+}
+
+Bytes box(std::string_view type, std::initializer_list<Bytes> parts)
+{
+    const Bytes payload = join(parts);
+    return join({u32s({static_cast<std::uint32_t>(payload.size() + 8)}), chars(type), payload});
+}
+
+Bytes tkhd(std::uint32_t flags, std::uint32_t trackID, std::uint32_t duration, std::uint32_t size)
+{
+    // Layer, alternate group and volume all come out zero.
+    return box("tkhd", {u32s({flags, 0xC2F2F59A, 0xC2F2F59B, trackID, 0, duration, 0, 0, 0, 0}), kIdentityMatrix,
+                        u32s({size, size})});
+}
+
+Bytes hdlr(std::string_view type, std::string_view subtype, std::string_view maker, std::uint32_t flags,
+           std::uint32_t mask, const Bytes& name)
+{
+    return box("hdlr", {u32s({0}), chars(type), chars(subtype), chars(maker), u32s({flags, mask}), name});
+}
+
+Bytes trak(const Bytes& tkhd, std::uint32_t duration, const Bytes& mdhdDuration, const Bytes& mediaHandler,
+           const Bytes& mediaHeader, std::uint32_t dataMask, const Bytes& entry, const Bytes& tables)
+{
+    const Bytes elst = box("elst", {u32s({0, 1, duration, 0, 0x00010000})});
+    const Bytes mdhd = box("mdhd", {u32s({0, 0xC2F2F59A, 0xC2F2F59B, 600}), mdhdDuration, u32s({0})});
+    const Bytes dataHandler = hdlr("dhlr", "alis", "appl", 0x10000001, dataMask, pascal("Apple Alias Data Handler"));
+    const Bytes dinf = box("dinf", {box("dref", {u32s({0, 1}), box("alis", {u32s({1})})})});
+    const Bytes stbl = box("stbl", {box("stsd", {u32s({0, 1}), entry}), box("stsc", {u32s({0, 1, 1, 1, 1})}), tables});
+    return box("trak", {tkhd, box("edts", {elst}),
+                        box("mdia", {mdhd, mediaHandler, box("minf", {mediaHeader, dataHandler, dinf, stbl})})});
+}
+
+Bytes stts(const std::vector<std::uint32_t>& durations)
+{
+    std::vector<std::uint32_t> fields = {0, static_cast<std::uint32_t>(durations.size())};
+    for (auto d : durations) fields.insert(fields.end(), {1, d});
+    return box("stts", {u32s(fields)});
+}
+
+Bytes textSample(std::string_view text)
+{
+    return join({u16s({static_cast<std::uint16_t>(text.size())}), chars(text)});
+}
+
+Bytes chapterSample(std::string_view title)
+{
+    return join({textSample(title), Bytes{0, 0, 0, 12, 'e', 'n', 'c', 'd', 0, 0, 1, 0}});
+}
+
+Bytes linkSample(std::string_view title, std::string_view url)
+{
+    const auto length = static_cast<std::uint16_t>(url.size());
+    return join({textSample(title), u32s({14u + length}), chars("href"), u16s({0, length}),
+                 Bytes{static_cast<std::uint8_t>(length)}, chars(url), Bytes{0}});
 }
 
 }  // namespace quillora::test
