@@ -38,9 +38,10 @@ Bytes expectedUdta(const Bytes& items)
 Bytes movieUdta(const std::filesystem::path& path)
 {
     const test::WrittenFile file(path);
-    const auto moov = file.tree().find({atom::moov}).value_or(toolbox::AtomNode{});
-    EXPECT_EQ(file.childTypes(moov, {}).back(), atom::udta);
-    return file.atomBelow(moov, {atom::udta});
+    const auto moov = file.tree.find({atom::moov}).value_or(toolbox::AtomNode{});
+    const auto children = file.tree.childrenOf(moov);
+    EXPECT_TRUE(!children.empty() && children.back().type == atom::udta);
+    return file.below(moov, {atom::udta});
 }
 
 // The first 16 bytes at every chunk offset: the edit must keep each one

@@ -27,7 +27,10 @@ Bytes cat(std::initializer_list<Bytes> parts)
 
 Bytes box(std::string_view type, std::initializer_list<Bytes> parts)
 {
-    return test::expectedAtom(type, cat(parts));
+    const Bytes payload = cat(parts);
+    ByteWriter atom;
+    atom.putU32BE(static_cast<std::uint32_t>(payload.size() + 8)).putString(type).putBytes(payload);
+    return atom.take();
 }
 
 Bytes words(std::initializer_list<std::uint32_t> values)
