@@ -8,6 +8,7 @@
 
 #include "ExportInputs.h"
 #include "PluginLoader.h"
+#include "QuickTimePlugin/QuickTimePlugin.h"
 #include "QuickTimePlugin/QuilloraTemplate.h"
 #include "TerminalUserInterface.h"
 #include "foundation/NotificationCenter.h"
@@ -19,7 +20,6 @@ namespace quillora::app {
 namespace {
 
 constexpr const char* kPluginClassName = "QuickTimePlugin";
-constexpr const char* kExportCompleteNotification = "QuilloraQuickTimePluginExportCompleteNotification";
 
 // The scratch folder, made when needed, with the trailing separator the
 // plug-in appends names to.
@@ -140,7 +140,7 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
     context.userInterface = &userInterface;
     std::optional<std::string> completedPath;
     auto observation = NotificationCenter::defaultCenter().addObserver(
-        kExportCompleteNotification, nullptr, [&completedPath](const Notification& notification) {
+        QuilloraQuickTimePluginExportCompleteNotification, nullptr, [&completedPath](const Notification& notification) {
             completedPath = notification.userInfo.stringForKey("resultFilePath");
         });
 

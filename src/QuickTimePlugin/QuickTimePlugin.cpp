@@ -58,9 +58,16 @@ std::string stringOrEmpty(const Value& dictionary, std::string_view key)
     return dictionary.stringForKey(key).value_or("");
 }
 
-ErrorRecord stageError(const char* name, const char* reason)
+ErrorRecord stageError(std::string_view name, const char* reason)
 {
-    return errorWithException(NamedException(name, reason));
+    return errorWithException(NamedException(std::string(name), reason));
+}
+
+// The working copy could not be opened or edited (a full disk, say).
+ErrorRecord workingCopyError(const char* reason, const std::string& workingPath)
+{
+    return errorWithName(QuilloraErrors::fileManipulationError, reason,
+                         Value::dictionary({{std::string(kErrorFilePathKey), workingPath}}));
 }
 
 }  // namespace
@@ -234,8 +241,7 @@ std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
         file = std::make_shared<FileHandle>(workingPath, FileHandle::Mode::Updating);
     } catch (const FileError& failure) {
         QUICKTIME_LOG("Could not open the working copy: {}", failure.what());
-        return errorWithName("fileManipulationError", "Could not open the working copy",
-                             Value::dictionary({{"filePath", workingPath}}));
+        return workingCopyError("Could not open the working copy", workingPath);
     }
     // Asked for before any editing, so the copy to the destination follows
     // a failed export too. The observer keeps the handle alive, so no later
@@ -275,7 +281,7 @@ std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
             if (!chapters) {
                 QUICKTIME_LOG("There was a problem adding the chapter track.");
                 close();
-                return stageError("qtPluginChapFromTransErr", "Could not add chapters");
+                return stageError(QuilloraErrors::qtPluginChapFromTransErr, "Could not add chapters");
             }
 
             params.asDictionary()->set("trackID", 3);
@@ -285,7 +291,7 @@ std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
                 if (!images) {
                     QUICKTIME_LOG("There was a problem adding the images");
                     close();
-                    return stageError("qtPluginImageResizeErr", "Could not add the images");
+                    return stageError(QuilloraErrors::qtPluginImageResizeErr, "Could not add the images");
                 }
             }
 
@@ -316,13 +322,12 @@ std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
         close();
         if (metadata) return std::nullopt;
         QUICKTIME_LOG("Could not add metadata.");
-        return stageError("qtPluginMetadataFromValuesErr", "Could not add metadata.");
+        return stageError(QuilloraErrors::qtPluginMetadataFromValuesErr, "Could not add metadata.");
     } catch (const std::exception& failure) {
         // A read or write of the working copy failed (a full disk, say).
         QUICKTIME_LOG("Editing the working copy failed: {}", failure.what());
         if (file->isOpen()) close();
-        return errorWithName("fileManipulationError", "Could not edit the working copy",
-                             Value::dictionary({{"filePath", workingPath}}));
+        return workingCopyError("Could not edit the working copy", workingPath);
     }
 }
 
