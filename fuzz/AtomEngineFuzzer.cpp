@@ -1,13 +1,15 @@
 // Drives the atom engine's search and edits on arbitrary bytes. The first
 // bytes of the input choose the operations; the rest is the file. Every
-// operation must end, stay in bounds and never crash; the only exceptions
-// allowed out of the engine are the file handle's own.
+// operation must end, stay in bounds, never crash and never grow the file by
+// more than the bytes it was given; the only exceptions allowed out of the
+// engine are the file handle's own.
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 
+#include "MemoryFile.h"
 #include "QTDataEditor.h"
 #include "foundation/Bytes.h"
 #include "foundation/FourCC.h"
@@ -18,25 +20,9 @@ using namespace quillora;
 namespace {
 
 constexpr std::size_t kControlBytes = 24;
-// Edits may extend a file with zeros up to a damaged offset; beyond this a
-// run stops, so the fuzzer spends its time on logic rather than on I/O.
-constexpr std::int64_t kLargestFile = 8 * 1024 * 1024;
 
 const std::uint32_t kTypes[] = {atom::moov, atom::trak, atom::mdia, atom::minf, atom::stbl, atom::stco,
                                 atom::udta, atom::meta, atom::free, atom::mdat, 0};
-
-std::string scratchFile()
-{
-    static std::string path = [] {
-        // tmpfs when there is one: the engine synchronises after edits.
-        std::string pattern =
-            access("/dev/shm", W_OK) == 0 ? "/dev/shm/quillora-fuzz-XXXXXX" : "/tmp/quillora-fuzz-XXXXXX";
-        int fd = mkstemp(pattern.data());
-        if (fd >= 0) close(fd);
-        return pattern;
-    }();
-    return path;
-}
 
 struct Controls {
     const std::uint8_t* bytes;
@@ -62,13 +48,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     if (size < kControlBytes) return 0;
-    const std::string path = scratchFile();
-    {
-        FILE* out = std::fopen(path.c_str(), "wb");
-        if (!out) std::abort();
-        std::fwrite(data + kControlBytes, 1, size - kControlBytes, out);
-        std::fclose(out);
-    }
+    const std::string path = fuzz::memoryFileWith(data + kControlBytes, size - kControlBytes);
     Controls controls{data};
     auto file = std::make_shared<FileHandle>(path, FileHandle::Mode::Updating);
     file->setMoveBufferSize(1 + controls.byte() % 64);
@@ -76,9 +56,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     editor.setSourceFileHandle(file);
     editor.setAtomDebugging(controls.byte() & 1);
 
-    for (int step = 0; step < 4 && file->length() <= kLargestFile; ++step) {
+    for (int step = 0; step < 4; ++step) {
         const std::uint32_t type = kTypes[controls.byte() % std::size(kTypes)];
         const Bytes payload(controls.byte() % 40, 0x5A);
+        const std::int64_t lengthBefore = file->length();
         switch (controls.byte() % 8) {
         case 0:
             editor.findAtomOfType(type, controls.offset(), 1 + controls.byte() % 4, *file);
@@ -107,6 +88,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             editor.isLastAtomInFile(type, 1 + controls.byte() % 3);
             break;
         }
+        // An append adds the payload, or the payload as an atom, and nothing more.
+        if (file->length() > lengthBefore + static_cast<std::int64_t>(payload.size()) + 8) std::abort();
     }
     return 0;
 }

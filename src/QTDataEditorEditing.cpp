@@ -68,6 +68,16 @@ void writeSize(FileHandle& file, std::int32_t offset, std::int32_t size)
     file.seekToFileOffset(offset);
     file.writeData(writer.bytes());
 }
+
+// The end of an atom that can take more bytes: a damaged size that puts it
+// before the start of the file or past its end names no place to insert at,
+// and inserting there would grow the file by far more than the data given.
+std::optional<std::int32_t> insertionPoint(FileHandle& file, std::int32_t atomOffset, std::int32_t atomSize)
+{
+    const std::int32_t end = wrappingAdd(atomOffset, atomSize);
+    if (end < 0 || end > file.length()) return std::nullopt;
+    return end;
+}
 }  // namespace
 
 Bytes QTDataEditor::createAtomOfType(std::uint32_t type, std::span<const std::uint8_t> data)
@@ -84,8 +94,9 @@ std::int32_t QTDataEditor::appendData(std::span<const std::uint8_t> data, std::i
     if (atomDebugging_) logMethod(kAppendData, "Appending data of size {} to atom at offset {}...", length, atomOffset);
     auto header = readAtomHeader(file, atomOffset);
     if (!header) return -1;
-    const std::int32_t end = wrappingAdd(atomOffset, header->size);
-    if (end < 0) return -1;
+    const auto insertAt = insertionPoint(file, atomOffset, header->size);
+    if (!insertAt) return -1;
+    const std::int32_t end = *insertAt;
 
     file.insertBytes(end, data);
     file.synchronizeFile();
@@ -104,8 +115,9 @@ std::int32_t QTDataEditor::appendChildAtom(std::span<const std::uint8_t> atom, s
     }
     auto header = readAtomHeader(file, parentOffset);
     if (!header) return 1;
-    const std::int32_t end = wrappingAdd(parentOffset, header->size);
-    if (end < 0) return 1;
+    const auto insertAt = insertionPoint(file, parentOffset, header->size);
+    if (!insertAt) return 1;
+    const std::int32_t end = *insertAt;
 
     file.insertBytes(end, atom);
     writeSize(file, parentOffset, wrappingAdd(header->size, length));

@@ -108,33 +108,108 @@ INSTANTIATE_TEST_SUITE_P(FormatsAndLayouts, ExportThroughTheHost,
                              return name;
                          });
 
-TEST(ExportCommand, RefusesBadInputBeforeAnyWorkWithAMessageNamingTheFile)
+std::string transitionsWith(const std::string& secondTime, const std::string& secondTitle = "Waves",
+                            const std::string& secondPicture = "slides/two.jpg",
+                            const std::string& url = "https://x.org")
+{
+    return R"([{"timeValue": 0, "slideTitle": "Welcome", "imagePath": "slides/one.png"},
+               {"timeValue": )" +
+           secondTime + R"(, "slideTitle": ")" + secondTitle + R"(", "imagePath": ")" + secondPicture +
+           R"(", "linkURL": {"title": "Reading", "url": ")" + url + R"("}}])";
+}
+
+// Every refusal and every failure: the message says what is wrong, and
+// nothing of the user's is lost: not the file already at the destination,
+// not the recording, not the pictures.
+TEST(ExportCommand, RefusesOrFailsWithAClearMessageAndLosesNothing)
 {
     struct Case {
         std::string name;
-        std::function<void(LectureFolder&)> spoil;
+        std::function<void(LectureFolder&, std::filesystem::path& output)> spoil;
+        int status;
         std::string expected;
+        std::string moreArguments = "";
+        std::string shellPrefix = "";
     };
+    auto transitions = [](std::string text) {
+        return [text](LectureFolder& l, std::filesystem::path&) { writeText(l.transitions, text); };
+    };
+    const std::string deep = std::string(50000, '[') + std::string(50000, ']');
     const std::vector<Case> cases = {
-        {"missing recording", [](LectureFolder& l) { std::filesystem::remove(l.recording); }, "does not exist"},
-        {"transitions not JSON", [](LectureFolder& l) { writeText(l.transitions, "[{\"timeValue\": 0,"); },
-         "transitions.json"},
-        {"no timeValue",
-         [](LectureFolder& l) { writeText(l.transitions, R"([{"slideTitle": "A", "imagePath": "slides/one.png"}])"); },
+        {"missing recording", [](LectureFolder& l, auto&) { std::filesystem::remove(l.recording); }, 2,
+         "does not exist"},
+        {"output is the recording", [](LectureFolder& l, auto& output) { output = l.recording; }, 2, "inputs"},
+        {"output is a picture (another spelling)",
+         [](LectureFolder& l, auto& output) { output = l.folder.path() / "slides" / ".." / "slides" / "one.png"; }, 2,
+         "inputs"},
+        {"output is the transitions file", [](LectureFolder& l, auto& output) { output = l.transitions; }, 2, "inputs"},
+        {"output named .mp3", [](LectureFolder& l, auto& output) { output = l.folder.path() / "talk.mp3"; }, 2,
+         "extension"},
+        {"output without extension", [](LectureFolder& l, auto& output) { output = l.folder.path() / "talk"; }, 2,
+         "extension"},
+        {"transitions not JSON", transitions("[{\"timeValue\": 0,"), 2, "transitions.json"},
+        {"transitions nested 50,000 deep", transitions(deep), 2, "nested too deeply"},
+        {"no timeValue", transitions(R"([{"slideTitle": "A", "imagePath": "slides/one.png"}])"), 2,
          "has no \"timeValue\""},
-        {"missing picture",
-         [](LectureFolder& l) { writeText(l.transitions, R"([{"timeValue": 0, "imagePath": "slides/gone.png"}])"); },
-         "gone.png does not exist"},
-        {"tags not text", [](LectureFolder& l) { writeText(l.tags, R"({"title": 3})"); }, "tags.json"},
+        {"out of order", transitions(transitionsWith("0")), 2, "transition 2 (\"Waves\")"},
+        {"negative time", transitions(R"([{"timeValue": -5, "imagePath": "slides/one.png"}])"), 2, "negative"},
+        {"time beyond 2^31", transitions(transitionsWith("4294967296")), 2, "32-bit"},
+        {"time past the end", transitions(transitionsWith("1800")), 2, "end of the recording"},
+        {"missing picture", transitions(transitionsWith("600", "B", "slides/gone.png")), 2, "gone.png does not exist"},
+        {"text file named .png",
+         [](LectureFolder& l, auto&) { writeText(l.folder.path() / "slides" / "two.jpg", "not a picture\n"); }, 2,
+         "cannot be read"},
+        {"empty picture", [](LectureFolder& l, auto&) { writeText(l.folder.path() / "slides" / "two.jpg", ""); }, 2,
+         "cannot be read"},
+        {"title of 70,000 characters", transitions(transitionsWith("600", std::string(70000, 'x'))), 2, "text sample"},
+        {"URL of 300 characters", transitions(transitionsWith("600", "B", "slides/two.jpg", std::string(300, 'u'))), 2,
+         "URL"},
+        {"two sound tracks",
+         [](LectureFolder& l, auto&) {
+             std::filesystem::copy_file(test::fixture("recording-chunks-moov-first.m4a"), l.recording,
+                                        std::filesystem::copy_options::overwrite_existing);
+         },
+         2, "exactly one sound track"},
+        {"recording of 3 GiB",
+         [](LectureFolder& l, auto&) { std::filesystem::resize_file(l.recording, std::uintmax_t{3} << 30); }, 2,
+         "2 GiB"},
+        {"unknown format", [](LectureFolder&, auto&) {}, 2, "format \".avi\"", " --format .avi"},
+        // Writes past 16 KiB fail as they would on a full disk.
+        {"disk full while editing", [](LectureFolder&, auto&) {}, 1, "was left as it was", "",
+         "trap '' XFSZ; ulimit -f 16; "},
     };
     for (const auto& c : cases) {
         LectureFolder lecture("recording-moov-first.m4a");
-        const auto output = lecture.folder.path() / "out.m4b";
-        c.spoil(lecture);
-        auto result = runQuillora(lecture.arguments(output));
-        EXPECT_EQ(result.status, 2) << c.name << ": " << result.output;
+        std::filesystem::path output = lecture.folder.path() / "out.m4b";
+        writeText(output, "the lecture published last week");
+        c.spoil(lecture, output);
+        const Bytes before = std::filesystem::exists(output) ? test::readFile(output) : Bytes();
+        const bool smallRecording =
+            std::filesystem::exists(lecture.recording) && std::filesystem::file_size(lecture.recording) < (1 << 20);
+        const Bytes recording = smallRecording ? test::readFile(lecture.recording) : Bytes();
+        const Bytes picture = test::readFile(lecture.folder.path() / "slides" / "one.png");
+
+        const std::string command = c.shellPrefix + shellQuote(std::string(QUILLORA_BINARY_DIR) + "/quillora") + " " +
+                                    lecture.arguments(output) + c.moreArguments;
+        const auto result = runCommand("bash -c " + shellQuote(command));
+        EXPECT_EQ(result.status, c.status) << c.name << ": " << result.output;
         EXPECT_NE(result.output.find(c.expected), std::string::npos) << c.name << ": " << result.output;
-        EXPECT_FALSE(std::filesystem::exists(output)) << c.name;
+        if (!before.empty()) {
+            EXPECT_EQ(test::readFile(output), before) << c.name;
+        }
+        if (!recording.empty()) {
+            EXPECT_EQ(test::readFile(lecture.recording), recording) << c.name;
+        }
+        EXPECT_EQ(test::readFile(lecture.folder.path() / "slides" / "one.png"), picture) << c.name;
+    }
+}
+
+TEST(ExportCommand, UsageErrorsExitTwoWithTheUsageLine)
+{
+    for (const std::string arguments : {"", "export", "export --recording", "frobnicate"}) {
+        const auto result = runQuillora(arguments);
+        EXPECT_EQ(result.status, 2) << arguments << ": " << result.output;
+        EXPECT_NE(result.output.find("Usage: quillora"), std::string::npos) << arguments << ": " << result.output;
     }
 }
 
@@ -160,16 +235,20 @@ TEST(ExportCommand, TakesFormatAndTagsFromATemplateAndAsksForThePathWithoutOutpu
     EXPECT_EQ(probe(chosen, "-show_entries format_tags=title"), "From the template\n");
 }
 
-TEST(ExportCommand, AFailedExportShowsTheAlertAndExitsNonZero)
+TEST(ExportCommand, RemovesTheScratchFolderItMadeUnlessAskedToKeepIt)
 {
-    LectureFolder lecture("recording-moov-first.m4a");
-    writeText(lecture.transitions, R"([
-  {"timeValue": 0, "slideTitle": "A", "imagePath": "slides/one.png"},
-  {"timeValue": 0, "slideTitle": "B", "imagePath": "slides/two.jpg"}])");
-    auto result = runQuillora(lecture.arguments(lecture.folder.path() / "out.m4b"));
-    EXPECT_EQ(result.status, 1) << result.output;
-    EXPECT_NE(result.output.find("Export failed: "), std::string::npos) << result.output;
-    EXPECT_NE(result.output.find("help: Qora0028"), std::string::npos) << result.output;
+    for (const bool keep : {false, true}) {
+        LectureFolder lecture("recording-moov-first.m4a");
+        const auto temporary = lecture.folder.path() / "tmp";
+        std::filesystem::create_directories(temporary);
+        const auto result =
+            runCommand("TMPDIR=" + shellQuote(temporary) + " " +
+                       shellQuote(std::string(QUILLORA_BINARY_DIR) + "/quillora") + " export --recording " +
+                       shellQuote(lecture.recording) + " --transitions " + shellQuote(lecture.transitions) +
+                       " --output " + shellQuote(lecture.folder.path() / "out.m4a") + (keep ? " --keep-scratch" : ""));
+        ASSERT_EQ(result.status, 0) << result.output;
+        EXPECT_EQ(std::filesystem::is_empty(temporary), !keep) << result.output;
+    }
 
     auto plugins = runQuillora("plugins");
     EXPECT_EQ(plugins.status, 0) << plugins.output;

@@ -11,6 +11,7 @@
 #include "foundation/FourCC.h"
 #include "toolbox/AtomTree.h"
 #include "toolbox/MovieContents.h"
+#include "toolbox/SampleTable.h"
 #include "toolbox/TextSample.h"
 
 using namespace quillora;
@@ -289,4 +290,26 @@ TEST(MovieContents, DamagedFilesAreReportedNeverOverrun)
         damaged[at] = 0xFF;
         ASSERT_NO_THROW(readsCleanly(damaged)) << at;
     }
+}
+
+// A text track of a million chunks, most of them empty, and 200,000
+// sample-to-chunk runs is read in one pass over its tables (once, every chunk
+// walked every run: no answer in minutes).
+TEST(MovieContents, TablesOfAMillionEntriesReadInOnePass)
+{
+    TrackPlan text{"text", box("text", {Bytes(51, 0)}), {}, {}, {}};
+    for (std::uint32_t chunk = 0; chunk < 1000000; ++chunk) text.chunks.push_back(chunk % 10 == 9 ? 1 : 0);
+    text.samples.assign(100000, Bytes(2, 0));
+    text.durations.assign(100000, 1);
+    const Bytes ftyp = box("ftyp", {Bytes{'M', '4', 'A', ' ', 0, 0, 0, 0}});
+    Bytes media;
+    for (const auto& sample : text.samples) media.insert(media.end(), sample.begin(), sample.end());
+    const Bytes trak = trackAtom(1, text, static_cast<std::uint32_t>(ftyp.size() + 8));
+    test::TemporaryFolder folder;
+    test::writeFile(folder.path() / "many.m4a",
+                    cat({ftyp, box("mdat", {media}),
+                         box("moov", {box("mvhd", {words({0, 0, 0, 600, 1800}), Bytes(80, 0)}), trak})}));
+
+    const auto contents = readMovieContents(folder.path() / "many.m4a");
+    EXPECT_EQ(contents.notes.samples.size(), toolbox::kMaximumListedSamples);
 }

@@ -7,9 +7,11 @@
 #include <ostream>
 
 #include "ExportInputs.h"
+#include "InputChecks.h"
 #include "PluginLoader.h"
 #include "QuickTimePlugin/QuickTimePlugin.h"
 #include "QuickTimePlugin/QuilloraTemplate.h"
+#include "ResultDestination.h"
 #include "TerminalUserInterface.h"
 #include "foundation/NotificationCenter.h"
 #include "foundation/RunLoop.h"
@@ -62,7 +64,7 @@ Value exportParameters(const ExportOptions& options)
     if (options.tags) entries->set("tags", readTags(*options.tags));
     if (options.format) {
         entries->set("format", *options.format);
-    } else if (options.output && options.output->has_extension()) {
+    } else if (options.output && isFormatName(options.output->extension().string())) {
         entries->set("format", options.output->extension().string());
     } else if (entries->find("format")->isNull()) {
         entries->set("format", ".m4a");
@@ -88,36 +90,84 @@ void installErrorStrings()
     }
 }
 
+// Everything the export needs, read and checked before any work starts.
+struct CheckedExport {
+    HostContext context;
+    Value params;
+    std::string format;
+    bool scratchIsOurs = false;
+    std::optional<std::filesystem::path> destination;
+    std::vector<std::filesystem::path> inputs;  // every file of the user's the export reads
+    std::uintmax_t inputBytes = 0;
+};
+
+std::filesystem::path checkDestination(const std::filesystem::path& output, const CheckedExport& checked)
+{
+    const auto destination = std::filesystem::absolute(output);
+    const auto folder = destination.parent_path();
+    if (!std::filesystem::is_directory(folder)) {
+        throw InputError(fmt::format("The output folder {} does not exist", folder.string()));
+    }
+    if (std::filesystem::is_directory(destination)) {
+        throw InputError(fmt::format("The output {} is a folder", destination.string()));
+    }
+    checkOutputIsNoInput(destination, checked.inputs);
+    checkOutputExtension(destination, checked.format);
+    checkFreeSpace(checked.context.tempProcessingFolderPath, folder, checked.inputBytes);
+    return destination;
+}
+
+// Fills checked as far as the checks get, so that a refusal can still clean
+// up the scratch folder it made.
+void checkExport(const ExportOptions& options, CheckedExport& checked)
+{
+    checked.params = exportParameters(options);
+    checked.format = checked.params.stringForKey("format").value_or("");
+    checkFormat(checked.format);
+    const RecordingFacts recording = checkRecording(options.recording, checked.format != ".mov");
+    checked.inputs.push_back(options.recording);
+    checked.inputBytes = recording.bytes;
+
+    checked.context.tempFileRecordingPath = std::filesystem::absolute(options.recording).string();
+    checked.context.tempProcessingFolderPath = prepareScratch(options.scratch);
+    checked.scratchIsOurs = !options.scratch;
+    const std::filesystem::path pictures = std::filesystem::path(checked.context.tempProcessingFolderPath) / "pictures";
+    auto readList = [&](const std::filesystem::path& file, const char* folder) {
+        Transitions list = readTransitions(file, pictures / folder, recording.duration);
+        checked.inputs.push_back(file);
+        for (const auto& picture : list.pictures) {
+            checked.inputs.push_back(picture);
+            checked.inputBytes += std::filesystem::file_size(picture);
+        }
+        return list.records;
+    };
+    if (options.transitions) checked.context.slideTransitions = readList(*options.transitions, "slides");
+    if (options.screenshots) checked.context.screenshotTransitions = readList(*options.screenshots, "screenshots");
+    for (const auto& file : {options.tags, options.defaults, options.templateFile}) {
+        if (file) checked.inputs.push_back(*file);
+    }
+    UserDefaults::setStandardUserDefaults(options.defaults ? readDefaults(*options.defaults) : UserDefaults());
+
+    if (options.output) checked.destination = checkDestination(*options.output, checked);
+}
+
 }  // namespace
 
 int runExportCommand(const ExportOptions& options, std::istream& in, std::ostream& out, std::ostream& err)
 {
-    HostContext context;
-    Value params;
+    CheckedExport checked;
+    auto removeOurScratch = [&] {
+        std::error_code ignored;
+        if (checked.scratchIsOurs) std::filesystem::remove_all(checked.context.tempProcessingFolderPath, ignored);
+    };
     try {
-        checkRecording(options.recording);
-        context.tempFileRecordingPath = std::filesystem::absolute(options.recording).string();
-        context.tempProcessingFolderPath = prepareScratch(options.scratch);
-        const std::filesystem::path pictures = std::filesystem::path(context.tempProcessingFolderPath) / "pictures";
-        if (options.transitions) context.slideTransitions = readTransitions(*options.transitions, pictures / "slides");
-        if (options.screenshots) {
-            context.screenshotTransitions = readTransitions(*options.screenshots, pictures / "screenshots");
-        }
-        params = exportParameters(options);
-        UserDefaults::setStandardUserDefaults(options.defaults ? readDefaults(*options.defaults) : UserDefaults());
-        if (options.output) {
-            auto folder = std::filesystem::absolute(*options.output).parent_path();
-            if (!std::filesystem::is_directory(folder)) {
-                throw InputError(fmt::format("The output folder {} does not exist", folder.string()));
-            }
-        }
-    } catch (const InputError& failure) {
+        checkExport(options, checked);
+    } catch (const std::exception& failure) {  // InputError, or a filesystem_error while reading the inputs
         err << "quillora: " << failure.what() << "\n";
-        return 2;
-    } catch (const std::filesystem::filesystem_error& failure) {
-        err << "quillora: " << failure.what() << "\n";
-        return 2;
+        removeOurScratch();
+        return kExitRefused;
     }
+    HostContext& context = checked.context;
 
     auto search = loadPlugins(options.pluginFolders.empty() ? defaultPluginFolders() : options.pluginFolders);
     const PluginClass* pluginClass = nullptr;
@@ -128,7 +178,7 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
         err << "quillora: the QuickTime plug-in module was not found";
         for (const auto& problem : search.problems) err << "\n  " << problem;
         err << "\n";
-        return 1;
+        return kExitFailed;
     }
 
     try {
@@ -138,6 +188,15 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
     }
     TerminalUserInterface userInterface(in, out, options.verbose);
     context.userInterface = &userInterface;
+    // The plug-in writes into the scratch folder; the user's destination is
+    // replaced only once the export has succeeded.
+    std::optional<ResultDestination> result;
+    auto stage = [&](const std::filesystem::path& destination) {
+        result.emplace(destination, context.tempProcessingFolderPath);
+        return result->staged().string();
+    };
+    userInterface.setDestinationCheck(
+        [&](const std::string& answer) { return stage(checkDestination(answer, checked)); });
     std::optional<std::string> completedPath;
     auto observation = NotificationCenter::defaultCenter().addObserver(
         QuilloraQuickTimePluginExportCompleteNotification, nullptr, [&completedPath](const Notification& notification) {
@@ -145,29 +204,47 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
         });
 
     auto plugin = pluginClass->create(context);
-    out << "Exporting " << options.recording.string() << " as " << *params.stringForKey("format") << "\n";
-    if (options.output) {
-        plugin->exportDataWithParams(params, std::filesystem::absolute(*options.output).string(), nullptr);
+    out << "Exporting " << options.recording.string() << " as " << checked.format << "\n";
+    if (checked.destination) {
+        plugin->exportDataWithParams(checked.params, stage(*checked.destination), nullptr);
     } else {
-        plugin->exportDataWithParams(params);
+        plugin->exportDataWithParams(checked.params);
     }
     auto loop = RunLoop::current();
     while (plugin->isExporting() || loop->hasPendingWork()) loop->runOnce(std::chrono::milliseconds(20));
     plugin.reset();
     NotificationCenter::defaultCenter().removeObserver(observation);
 
-    if (userInterface.alertShown()) return 1;
-    if (!completedPath) {
+    if (!result) {
         out << "Nothing was exported.\n";
-        return options.output ? 1 : 0;
+        return options.output ? kExitFailed : kExitSuccess;
     }
-    if (!std::filesystem::is_regular_file(*completedPath)) {
-        err << "quillora: the export did not produce " << *completedPath << "\n";
-        return 1;
+    auto keptFailure = [&] {
+        out << "The destination " << result->destination().string() << " was left as it was.\n";
+        if (std::filesystem::exists(result->staged())) {
+            out << "The failed export was kept in " << result->staged().string() << "\n";
+        }
+        return kExitFailed;
+    };
+    if (userInterface.alertShown()) return keptFailure();
+    if (!completedPath || !std::filesystem::is_regular_file(result->staged())) {
+        err << "quillora: the export did not produce " << result->destination().string()
+            << " (--verbose shows the export's whole log)\n";
+        return keptFailure();
     }
-    out << "Exported " << *completedPath << "\n";
-    out << "The working copy stays in " << context.tempProcessingFolderPath << "\n";
-    return 0;
+    try {
+        result->deliver();
+    } catch (const std::filesystem::filesystem_error& failure) {
+        err << "quillora: " << failure.what() << "\n";
+        return keptFailure();
+    }
+    out << "Exported " << result->destination().string() << "\n";
+    if (checked.scratchIsOurs && !options.keepScratch) {
+        removeOurScratch();
+    } else {
+        out << "The working copy stays in " << context.tempProcessingFolderPath << "\n";
+    }
+    return kExitSuccess;
 }
 
 }  // namespace quillora::app

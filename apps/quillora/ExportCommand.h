@@ -19,11 +19,17 @@ struct ExportOptions {
     std::optional<std::filesystem::path> scratch;
     std::optional<std::filesystem::path> output;
     bool verbose = false;
+    bool keepScratch = false;
     std::vector<std::filesystem::path> pluginFolders;
 };
 
+// The exit statuses of quillora's commands.
+inline constexpr int kExitSuccess = 0;
+inline constexpr int kExitFailed = 1;   // the export (or the file read) failed
+inline constexpr int kExitRefused = 2;  // bad usage or an input refused before any work
+
 // Exports a recording through the QuickTime plug-in module; returns the
-// process exit status (0 success, 1 failed export, 2 bad input).
+// process exit status.
 int runExportCommand(const ExportOptions& options, std::istream& in, std::ostream& out, std::ostream& err);
 
 }  // namespace quillora::app

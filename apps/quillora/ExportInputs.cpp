@@ -4,12 +4,15 @@
 
 #include <system_error>
 
+#include "InputChecks.h"
 #include "foundation/PropertyList.h"
-#include "toolbox/Movie.h"
 
 namespace quillora::app {
 
 namespace {
+
+// Longer titles are left out of messages rather than fill the terminal.
+constexpr std::size_t kLongestTitleShown = 80;
 
 Value readFile(const std::filesystem::path& path, std::string_view what)
 {
@@ -33,33 +36,37 @@ std::filesystem::path copyPicture(const std::filesystem::path& source, const std
 
 }  // namespace
 
-Value readTransitions(const std::filesystem::path& path, const std::filesystem::path& pictureFolder)
+Transitions readTransitions(const std::filesystem::path& path, const std::filesystem::path& pictureFolder,
+                            std::uint64_t recordingDuration)
 {
     Value transitions = readFile(path, "The transitions file");
     auto records = transitions.asArray();
     if (!records) throw InputError(fmt::format("{}: expected an array of transitions", path.string()));
     const auto base = path.parent_path();
+    std::vector<std::filesystem::path> pictures;
+    std::optional<std::int64_t> previousTime;
     for (std::size_t i = 0; i < records->size(); ++i) {
-        auto where = [&] { return fmt::format("{}: transition {}", path.string(), i + 1); };
         auto record = (*records)[i].asDictionary();
-        if (!record) throw InputError(where() + " is not a dictionary");
-        const Value* time = record->find("timeValue");
-        if (!time || !(time->isInteger() || time->isReal()) || time->asInteger().value_or(-1) < 0) {
-            throw InputError(where() + " has no \"timeValue\" (a whole number of the recording's time units)");
+        std::string where = fmt::format("{}: transition {}", path.string(), i + 1);
+        if (!record) throw InputError(where + " is not a dictionary");
+        if (auto title = (*records)[i].stringForKey("slideTitle"); title && title->size() <= kLongestTitleShown) {
+            where += fmt::format(" (\"{}\")", *title);
         }
         const Value* image = record->find("imagePath");
-        if (!image || !image->asString()) throw InputError(where() + " has no \"imagePath\"");
+        if (!image || !image->asString()) throw InputError(where + " has no \"imagePath\"");
         std::filesystem::path picture = *image->asString();
         if (picture.is_relative()) picture = base / picture;
         if (!std::filesystem::is_regular_file(picture)) {
-            throw InputError(fmt::format("{}: the picture {} does not exist", where(), picture.string()));
+            throw InputError(fmt::format("{}: the picture {} does not exist", where, picture.string()));
         }
-        if (const Value* link = record->find("linkURL"); link && !link->isNull() && !link->isDictionary()) {
-            throw InputError(where() + ": \"linkURL\" must be a dictionary with \"title\" and \"url\"");
-        }
-        record->set("imagePath", copyPicture(picture, pictureFolder, i).string());
+        checkTransition(*record, picture, where, previousTime, recordingDuration);
+        previousTime = record->find("timeValue")->asInteger();
+        pictures.push_back(picture);
     }
-    return transitions;
+    for (std::size_t i = 0; i < records->size(); ++i) {
+        (*records)[i].asDictionary()->set("imagePath", copyPicture(pictures[i], pictureFolder, i).string());
+    }
+    return {transitions, pictures};
 }
 
 Value readTags(const std::filesystem::path& path)
@@ -85,16 +92,6 @@ UserDefaults readDefaults(const std::filesystem::path& path)
         }
     }
     return UserDefaults(entries);
-}
-
-void checkRecording(const std::filesystem::path& path)
-{
-    if (!std::filesystem::is_regular_file(path))
-        throw InputError(fmt::format("The recording {} does not exist", path.string()));
-    std::string error;
-    if (!toolbox::Movie::movieWithFile(path, &error)) {
-        throw InputError(fmt::format("The recording {} is not a movie file: {}", path.string(), error));
-    }
 }
 
 }  // namespace quillora::app

@@ -2,9 +2,11 @@
 // a malformed file is a clear message naming the file and the problem.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "foundation/UserDefaults.h"
 #include "foundation/Value.h"
@@ -16,12 +18,18 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// An array of transition records (JSON or property list). Every record needs
-// an integer "timeValue" and an existing picture at "imagePath" (relative
-// paths are taken from the file's folder); the pictures are copied into
-// pictureFolder, so the user's own files are never rewritten, and each
-// record's "imagePath" names its copy.
-Value readTransitions(const std::filesystem::path& path, const std::filesystem::path& pictureFolder);
+// An array of transition records (JSON or property list), each checked as
+// InputChecks says: times that increase within the recording, texts a
+// sample can hold, a picture at "imagePath" (relative paths are taken from
+// the file's folder) that the image library can read. The pictures are then
+// copied into pictureFolder, so the user's own files are never rewritten,
+// and each record's "imagePath" names its copy.
+struct Transitions {
+    Value records;
+    std::vector<std::filesystem::path> pictures;  // the user's own files, in record order
+};
+Transitions readTransitions(const std::filesystem::path& path, const std::filesystem::path& pictureFolder,
+                            std::uint64_t recordingDuration);
 
 // A dictionary of tag names to text.
 Value readTags(const std::filesystem::path& path);
@@ -29,8 +37,5 @@ Value readTags(const std::filesystem::path& path);
 // Preferences; a colour given as text ("#RRGGBB" or "#RRGGBBAA") becomes the
 // colour data the writers read.
 UserDefaults readDefaults(const std::filesystem::path& path);
-
-// Checks that the recording is a movie the toolbox can open.
-void checkRecording(const std::filesystem::path& path);
 
 }  // namespace quillora::app

@@ -3,6 +3,8 @@
 #include <iostream>
 #include <mutex>
 
+#include "ExportInputs.h"
+
 namespace quillora::app {
 
 namespace {
@@ -44,15 +46,26 @@ void TerminalUserInterface::beginSavePanel(const SavePanelRequest& request,
                                            std::function<void(int returnCode, const std::string& path)> done)
 {
     const std::string suggested = request.directory + "/" + request.fileName;
-    out_ << "Save as [" << suggested << "]: " << std::flush;
-    std::string answer;
-    if (!std::getline(in_, answer)) {
-        out_ << "\n";
-        done(0, "");
-        return;
+    for (;;) {
+        out_ << "Save as [" << suggested << "]: " << std::flush;
+        std::string answer;
+        if (!std::getline(in_, answer)) {
+            out_ << "\n";
+            done(0, "");
+            return;
+        }
+        if (answer.empty()) answer = suggested;
+        if (!destinationCheck_) {
+            done(kSavePanelOKButton, answer);
+            return;
+        }
+        try {
+            done(kSavePanelOKButton, destinationCheck_(answer));
+            return;
+        } catch (const InputError& refused) {
+            out_ << "quillora: " << refused.what() << "\n";
+        }
     }
-    if (answer.empty()) answer = suggested;
-    done(kSavePanelOKButton, answer);
 }
 
 void TerminalUserInterface::beginProgressSheet()
@@ -67,6 +80,7 @@ void TerminalUserInterface::showAlert(const ErrorRecord& error, std::string_view
     alertShown_ = error;
     std::lock_guard lock(outputMutex);
     out_ << "\nExport failed: " << error.localizedDescription() << "\n";
+    if (auto cause = error.userInfo.stringForKey("NSLocalizedFailureReason")) out_ << "Cause: " << *cause << "\n";
     if (auto suggestion = error.localizedRecoverySuggestion(); !suggestion.empty()) out_ << suggestion << "\n";
     if (auto options = error.userInfo.get("NSLocalizedRecoveryOptions"); options && options->asArray()) {
         out_ << "Options:";

@@ -28,6 +28,12 @@ public:
 
     const std::optional<ErrorRecord>& alertShown() const { return alertShown_; }
 
+    // Checks the path the user typed in the save panel and gives the path
+    // the plug-in is to write; an InputError is shown and the user asked
+    // again, as a save panel refuses a name it cannot take.
+    using DestinationCheck = std::function<std::string(const std::string& answer)>;
+    void setDestinationCheck(DestinationCheck check) { destinationCheck_ = std::move(check); }
+
 private:
     void showLogLine(std::string_view line);
 
@@ -36,6 +42,7 @@ private:
     bool verbose_;
     LogSink previousSink_;
     std::optional<ErrorRecord> alertShown_;
+    DestinationCheck destinationCheck_;
 };
 
 }  // namespace quillora::app

@@ -13,6 +13,8 @@ int main(int argc, char** argv)
 {
     CLI::App app{"quillora: publish a recorded lecture as an enhanced podcast"};
     app.require_subcommand(1);
+    app.footer("Exit status: 0 success; 1 the export failed (the destination is left as it was) or a file could not be "
+               "read; 2 bad usage or an input refused before any work (inspect: parts of the file are damaged).");
 
     std::string atomsFile;
     auto* atoms = app.add_subcommand("atoms", "Print the atom tree of a movie file (type, offset, size, nesting)");
@@ -44,17 +46,34 @@ int main(int argc, char** argv)
     exportCommand->add_option("--output", exportOptions.output,
                               "Destination file; without it you are asked for one, as in a save panel");
     exportCommand->add_flag("--verbose", exportOptions.verbose, "Show every log line of the export");
+    exportCommand->add_flag("--keep-scratch", exportOptions.keepScratch,
+                            "Keep the scratch folder that was made for the export (a --scratch folder is always kept)");
     exportCommand->add_option("--plugins", exportOptions.pluginFolders, "Folders to look for plug-in modules in");
 
     std::vector<std::filesystem::path> pluginFolders;
     auto* plugins = app.add_subcommand("plugins", "List the plug-ins found, with title and description");
     plugins->add_option("--plugins", pluginFolders, "Folders to look for plug-in modules in");
 
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& help) {
+        return app.exit(help);
+    } catch (const CLI::CallForAllHelp& help) {
+        return app.exit(help);
+    } catch (const CLI::ParseError& failure) {
+        // Usage errors have one status, whatever CLI11 numbers them.
+        const CLI::App* command = &app;
+        for (auto* sub : app.get_subcommands()) command = sub;
+        std::cerr << "quillora: " << failure.what() << "\n"
+                  << "Usage: " << (command == &app ? "quillora" : "quillora " + command->get_name())
+                  << (command == &app ? " COMMAND [OPTIONS]" : " [OPTIONS]")
+                  << "\nRun with --help for more information.\n";
+        return quillora::app::kExitRefused;
+    }
 
     if (atoms->parsed()) return quillora::app::runAtomsCommand(atomsFile, std::cout, std::cerr);
     if (inspect->parsed()) return quillora::app::runInspectCommand(inspectFile, std::cout, std::cerr);
     if (exportCommand->parsed()) return quillora::app::runExportCommand(exportOptions, std::cin, std::cout, std::cerr);
     if (plugins->parsed()) return quillora::app::runPluginsCommand(pluginFolders, std::cout, std::cerr);
-    return 1;
+    return quillora::app::kExitRefused;
 }

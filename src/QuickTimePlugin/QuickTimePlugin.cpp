@@ -64,10 +64,14 @@ ErrorRecord stageError(std::string_view name, const char* reason)
 }
 
 // The working copy could not be opened or edited (a full disk, say).
-ErrorRecord workingCopyError(const char* reason, const std::string& workingPath)
+// The file system's own words (a full disk, say) go with the error, so the
+// alert can say what happened to the file.
+ErrorRecord workingCopyError(const char* reason, const std::string& workingPath, const std::exception& cause)
 {
-    return errorWithName(QuilloraErrors::fileManipulationError, reason,
-                         Value::dictionary({{std::string(kErrorFilePathKey), workingPath}}));
+    ErrorRecord error = errorWithName(QuilloraErrors::fileManipulationError, reason,
+                                      Value::dictionary({{std::string(kErrorFilePathKey), workingPath}}));
+    error.userInfo.asDictionary()->set("NSLocalizedFailureReason", cause.what());
+    return error;
 }
 
 }  // namespace
@@ -241,7 +245,7 @@ std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
         file = std::make_shared<FileHandle>(workingPath, FileHandle::Mode::Updating);
     } catch (const FileError& failure) {
         QUICKTIME_LOG("Could not open the working copy: {}", failure.what());
-        return workingCopyError("Could not open the working copy", workingPath);
+        return workingCopyError("Could not open the working copy", workingPath, failure);
     }
     // Asked for before any editing, so the copy to the destination follows
     // a failed export too. The observer keeps the handle alive, so no later
@@ -327,7 +331,7 @@ std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
         // A read or write of the working copy failed (a full disk, say).
         QUICKTIME_LOG("Editing the working copy failed: {}", failure.what());
         if (file->isOpen()) close();
-        return workingCopyError("Could not edit the working copy", workingPath);
+        return workingCopyError("Could not edit the working copy", workingPath, failure);
     }
 }
 

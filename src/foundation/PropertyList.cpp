@@ -13,12 +13,16 @@ namespace {
 
 using PlistPtr = std::unique_ptr<void, decltype(&plist_free)>;
 
+// Deeper nesting than any real transitions or preferences file is refused
+// before it can exhaust the stack of the recursive conversions below.
+constexpr int kMaximumNesting = 256;
+
 // Seconds between 1970 and the property list epoch, 2001-01-01.
 constexpr std::int64_t kPlistEpochOffset = 978307200;
 
 Value valueFromPlistNode(plist_t node, int depth)
 {
-    if (depth > 256) throw FormatError("property list nested too deeply");
+    if (depth > kMaximumNesting) throw FormatError("property list nested too deeply");
     switch (plist_get_node_type(node)) {
     case PLIST_BOOLEAN: {
         std::uint8_t b = 0;
@@ -124,8 +128,9 @@ plist_t plistNodeFromValue(const Value& value)
         value.storage());
 }
 
-Value valueFromJsonNode(const nlohmann::ordered_json& node)
+Value valueFromJsonNode(const nlohmann::ordered_json& node, int depth)
 {
+    if (depth > kMaximumNesting) throw FormatError("JSON nested too deeply");
     switch (node.type()) {
     case nlohmann::ordered_json::value_t::boolean:
         return Value(node.get<bool>());
@@ -139,12 +144,12 @@ Value valueFromJsonNode(const nlohmann::ordered_json& node)
         return Value(node.get<std::string>());
     case nlohmann::ordered_json::value_t::array: {
         Array items;
-        for (const auto& item : node) items.push_back(valueFromJsonNode(item));
+        for (const auto& item : node) items.push_back(valueFromJsonNode(item, depth + 1));
         return Value::array(std::move(items));
     }
     case nlohmann::ordered_json::value_t::object: {
         auto dict = std::make_shared<Dictionary>();
-        for (const auto& [key, item] : node.items()) dict->set(key, valueFromJsonNode(item));
+        for (const auto& [key, item] : node.items()) dict->set(key, valueFromJsonNode(item, depth + 1));
         return Value(dict);
     }
     default:
@@ -214,7 +219,7 @@ std::string xmlPropertyListFromValue(const Value& value)
 Value valueFromJson(std::string_view text)
 {
     try {
-        return valueFromJsonNode(nlohmann::ordered_json::parse(text));
+        return valueFromJsonNode(nlohmann::ordered_json::parse(text), 0);
     } catch (const nlohmann::json::exception& error) {
         throw FormatError(error.what());
     }

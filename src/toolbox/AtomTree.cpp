@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "foundation/FourCC.h"
 
 namespace quillora::toolbox {
@@ -105,12 +107,15 @@ std::optional<AtomNode> AtomTree::find(std::initializer_list<std::uint32_t> path
 
 std::vector<AtomNode> AtomTree::childrenOf(const AtomNode& parent) const
 {
+    // Atoms are stored in file order, parents before children, so a parent's
+    // descendants follow it directly: only they are walked, never the whole
+    // tree, which keeps a file of many atoms linear to show.
     std::vector<AtomNode> children;
-    for (const auto& node : atoms) {
-        if (node.depth == parent.depth + 1 && node.offset >= parent.offset &&
-            node.offset < parent.offset + parent.size) {
-            children.push_back(node);
-        }
+    auto node = std::lower_bound(atoms.begin(), atoms.end(), parent.offset,
+                                 [](const AtomNode& atom, std::int64_t offset) { return atom.offset < offset; });
+    if (node == atoms.end() || node->offset != parent.offset) return children;
+    for (++node; node != atoms.end() && node->offset < parent.offset + parent.size; ++node) {
+        if (node->depth == parent.depth + 1) children.push_back(*node);
     }
     return children;
 }

@@ -89,16 +89,24 @@ std::vector<TimeRun> readTimeRuns(const Bytes& stts)
     return runs;
 }
 
-// Samples of a chunk: from the last run that starts at or before it.
-std::uint32_t samplesInChunk(const std::vector<ChunkRun>& runs, std::uint32_t chunk)
-{
-    std::uint32_t samples = 0;
-    for (const auto& run : runs) {
-        if (run.firstChunk > chunk) break;
-        samples = run.samplesPerChunk;
+// Samples per chunk, walked chunk by chunk: each run applies from its first
+// chunk until the next run starts, so the walk over all chunks is linear.
+class ChunkRunCursor {
+public:
+    explicit ChunkRunCursor(const std::vector<ChunkRun>& runs) : runs_(runs) {}
+
+    // Chunks must be asked for in increasing order.
+    std::uint32_t samplesInChunk(std::uint32_t chunk)
+    {
+        while (next_ < runs_.size() && runs_[next_].firstChunk <= chunk) samples_ = runs_[next_++].samplesPerChunk;
+        return samples_;
     }
-    return samples;
-}
+
+private:
+    const std::vector<ChunkRun>& runs_;
+    std::size_t next_ = 0;
+    std::uint32_t samples_ = 0;
+};
 
 }  // namespace
 
@@ -145,9 +153,10 @@ std::vector<SampleLocation> readSampleLocations(FileHandle& file, const AtomTree
 
         samples.resize(sizes.size());
         std::size_t next = 0;
+        ChunkRunCursor runs(chunkRuns);
         for (std::size_t chunk = 0; chunk < chunkOffsets.size() && next < samples.size(); ++chunk) {
             std::uint64_t offset = chunkOffsets[chunk];
-            const std::uint32_t inChunk = samplesInChunk(chunkRuns, static_cast<std::uint32_t>(chunk + 1));
+            const std::uint32_t inChunk = runs.samplesInChunk(static_cast<std::uint32_t>(chunk + 1));
             for (std::uint32_t i = 0; i < inChunk && next < samples.size(); ++i, ++next) {
                 samples[next].offset = offset;
                 samples[next].size = sizes[next];

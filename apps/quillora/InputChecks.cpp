@@ -1,0 +1,243 @@
+#include "InputChecks.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+#include <algorithm>
+#include <limits>
+#include <vips/vips8>
+
+#include "ExportInputs.h"
+#include "QuickTimePlugin/ImageLibrary.h"
+#include "foundation/FourCC.h"
+#include "toolbox/Movie.h"
+
+namespace quillora::app {
+
+namespace {
+
+// Offsets and sizes in the podcast's atoms are signed 32-bit numbers.
+constexpr std::uintmax_t kLargestRecording = (std::uintmax_t{1} << 31) - 1;
+// The track IDs the chapter, picture and link tracks always take.
+constexpr std::uint32_t kFixedTrackIDs[] = {2, 3, 4};
+// A text sample stores its text's length in 16 bits, and a link sample its
+// URL's length in 8.
+constexpr std::size_t kLongestSampleText = 0xFFFF;
+constexpr std::size_t kLongestURL = 0xFF;
+// Besides the inputs, the scratch folder holds the copied pictures, their
+// redrawn forms and the working copy, and the finished file beside it.
+constexpr std::uintmax_t kScratchCopies = 3;
+constexpr std::uintmax_t kSpareBytes = 16 * 1024 * 1024;
+
+struct FormatExtensions {
+    const char* format;
+    std::vector<std::string> extensions;
+};
+
+const std::vector<FormatExtensions>& formatExtensions()
+{
+    static const std::vector<FormatExtensions> table = {
+        {".m4a", {".m4a", ".m4b", ".m4v", ".mp4"}},
+        {".m4b", {".m4a", ".m4b", ".m4v", ".mp4"}},
+        {".m4v", {".m4a", ".m4b", ".m4v", ".mp4"}},
+        {".mov", {".mov"}},
+    };
+    return table;
+}
+
+std::string lowercase(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text;
+}
+
+// The sentence that says why the image library cannot open a picture, or
+// nothing when it can. Only the header is read; the native loader is tried
+// first, then ImageMagick's, which the resizer falls back to as well.
+std::optional<std::string> pictureProblem(const std::filesystem::path& picture)
+{
+    if (!startImageLibrary()) return "the image library could not be started";
+    try {
+        vips::VImage image = vips::VImage::new_from_source(vips::VSource::new_from_file(picture.c_str()), "");
+        if (image.width() > 0 && image.height() > 0) return std::nullopt;
+    } catch (const vips::VError& native) {
+        std::string message = native.what();
+        vips_error_clear();
+        try {
+            vips::VImage image = vips::VImage::magickload(picture.c_str());
+            if (image.width() > 0 && image.height() > 0) return std::nullopt;
+        } catch (const vips::VError&) {
+            vips_error_clear();
+        }
+        while (!message.empty() && message.back() == '\n') message.pop_back();
+        if (auto newline = message.rfind('\n'); newline != std::string::npos) message = message.substr(newline + 1);
+        return message.empty() ? "not a picture the image library can read" : message;
+    }
+    return "the picture has no pixels";
+}
+
+void checkTextLength(const Value* text, std::size_t longest, const std::string& where, const char* what)
+{
+    if (!text) return;
+    const auto string = text->asString();
+    if (!string) throw InputError(fmt::format("{}: {} is not text", where, what));
+    if (string->size() > longest) {
+        throw InputError(fmt::format("{}: {} is {} bytes long; a text sample holds at most {}", where, what,
+                                     string->size(), longest));
+    }
+}
+
+std::uintmax_t availableBytes(const std::filesystem::path& folder)
+{
+    struct statvfs info {};
+    if (statvfs(folder.c_str(), &info) != 0) return std::numeric_limits<std::uintmax_t>::max();
+    return static_cast<std::uintmax_t>(info.f_bavail) * info.f_frsize;
+}
+
+dev_t deviceOf(const std::filesystem::path& folder)
+{
+    struct stat info {};
+    return stat(folder.c_str(), &info) == 0 ? info.st_dev : 0;
+}
+
+std::string megabytes(std::uintmax_t bytes)
+{
+    return fmt::format("{:.1f} MB", static_cast<double>(bytes) / 1e6);
+}
+
+}  // namespace
+
+RecordingFacts checkRecording(const std::filesystem::path& path, bool enhancedPodcast)
+{
+    if (!std::filesystem::is_regular_file(path))
+        throw InputError(fmt::format("The recording {} does not exist", path.string()));
+    RecordingFacts facts;
+    facts.bytes = std::filesystem::file_size(path);
+    if (facts.bytes > kLargestRecording) {
+        throw InputError(fmt::format("The recording {} is {}; recordings of 2 GiB or more cannot be published",
+                                     path.string(), megabytes(facts.bytes)));
+    }
+    std::string error;
+    auto movie = toolbox::Movie::movieWithFile(path, &error);
+    if (!movie) throw InputError(fmt::format("The recording {} is not a movie file: {}", path.string(), error));
+    facts.duration = movie->duration();
+
+    if (!enhancedPodcast) return facts;
+    const auto& tracks = movie->tracks();
+    const auto sound = std::count_if(tracks.begin(), tracks.end(), [](const toolbox::MovieTrack& track) {
+        return track.handlerType == fourCC("soun");
+    });
+    if (tracks.size() != 1 || sound != 1) {
+        throw InputError(fmt::format("The recording {} has {} tracks, {} of them sound; an enhanced podcast is made "
+                                     "from a recording of exactly one sound track",
+                                     path.string(), tracks.size(), sound));
+    }
+    const std::uint32_t id = tracks.front().trackID;
+    if (std::find(std::begin(kFixedTrackIDs), std::end(kFixedTrackIDs), id) != std::end(kFixedTrackIDs)) {
+        throw InputError(fmt::format("The recording {}: its sound track has ID {}, which the chapter, picture and "
+                                     "link tracks (IDs 2, 3 and 4) need",
+                                     path.string(), id));
+    }
+    if (facts.duration > static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max())) {
+        throw InputError(
+            fmt::format("The recording {} is longer than a podcast's 32-bit durations hold", path.string()));
+    }
+    return facts;
+}
+
+void checkTransition(const Dictionary& record, const std::filesystem::path& picture, const std::string& where,
+                     std::optional<std::int64_t> previousTime, std::uint64_t recordingDuration)
+{
+    const Value* time = record.find("timeValue");
+    const auto value = time ? time->asInteger() : std::nullopt;
+    if (!value || (time->isReal() && static_cast<double>(*value) != *time->asReal())) {
+        throw InputError(where + " has no \"timeValue\" (a whole number of the recording's time units)");
+    }
+    if (*value < 0) throw InputError(fmt::format("{}: \"timeValue\" {} is negative", where, *value));
+    if (*value > std::numeric_limits<std::int32_t>::max()) {
+        throw InputError(fmt::format("{}: \"timeValue\" {} does not fit the podcast's 32-bit times", where, *value));
+    }
+    if (static_cast<std::uint64_t>(*value) >= recordingDuration) {
+        throw InputError(fmt::format("{}: \"timeValue\" {} is not before the end of the recording ({})", where, *value,
+                                     recordingDuration));
+    }
+    if (previousTime && *value <= *previousTime) {
+        throw InputError(fmt::format("{}: \"timeValue\" {} does not come after the slide before it ({}); times must "
+                                     "increase from slide to slide",
+                                     where, *value, *previousTime));
+    }
+
+    checkTextLength(record.find("slideTitle"), kLongestSampleText, where, "the title");
+    if (const Value* link = record.find("linkURL"); link && !link->isNull()) {
+        const auto entries = link->asDictionary();
+        if (!entries) throw InputError(where + ": \"linkURL\" must be a dictionary with \"title\" and \"url\"");
+        checkTextLength(entries->find("title"), kLongestSampleText, where, "the link's title");
+        checkTextLength(entries->find("url"), kLongestURL, where, "the link's URL");
+    }
+
+    if (auto problem = pictureProblem(picture)) {
+        throw InputError(fmt::format("{}: the picture {} cannot be read: {}", where, picture.string(), *problem));
+    }
+}
+
+bool isFormatName(const std::string& format)
+{
+    const auto& table = formatExtensions();
+    return std::any_of(table.begin(), table.end(),
+                       [&](const FormatExtensions& entry) { return format == entry.format; });
+}
+
+void checkFormat(const std::string& format)
+{
+    if (!isFormatName(format)) {
+        throw InputError(
+            fmt::format("The format \"{}\" is not one the QuickTime plug-in makes (.m4a, .m4b or .m4v, .mov)", format));
+    }
+}
+
+void checkOutputExtension(const std::filesystem::path& output, const std::string& format)
+{
+    for (const auto& entry : formatExtensions()) {
+        if (format != entry.format) continue;
+        const std::string extension = lowercase(output.extension().string());
+        if (std::find(entry.extensions.begin(), entry.extensions.end(), extension) != entry.extensions.end()) return;
+        throw InputError(fmt::format("The output {} does not end in {}, the extension{} a {} file takes",
+                                     output.string(), fmt::join(entry.extensions, ", "),
+                                     entry.extensions.size() > 1 ? "s" : "", format));
+    }
+    checkFormat(format);
+}
+
+void checkOutputIsNoInput(const std::filesystem::path& output, const std::vector<std::filesystem::path>& inputs)
+{
+    std::error_code error;
+    if (!std::filesystem::exists(output, error)) return;
+    for (const auto& input : inputs) {
+        if (std::filesystem::equivalent(output, input, error)) {
+            throw InputError(fmt::format("The output {} is one of the export's inputs ({}); choose another file",
+                                         output.string(), input.string()));
+        }
+    }
+}
+
+void checkFreeSpace(const std::filesystem::path& scratch, const std::filesystem::path& destinationFolder,
+                    std::uintmax_t inputBytes)
+{
+    // The result is made in the scratch folder and renamed onto the
+    // destination, or, on another disk, copied beside it first.
+    const std::uintmax_t result = inputBytes + kSpareBytes;
+    const std::uintmax_t scratchNeeds = kScratchCopies * inputBytes + result;
+    if (const auto free = availableBytes(scratch); free < scratchNeeds) {
+        throw InputError(fmt::format("The scratch folder {} has {} free; the export needs about {}", scratch.string(),
+                                     megabytes(free), megabytes(scratchNeeds)));
+    }
+    if (deviceOf(scratch) == deviceOf(destinationFolder)) return;
+    if (const auto free = availableBytes(destinationFolder); free < result) {
+        throw InputError(fmt::format("The output folder {} has {} free; the exported file needs about {}",
+                                     destinationFolder.string(), megabytes(free), megabytes(result)));
+    }
+}
+
+}  // namespace quillora::app

@@ -1,0 +1,49 @@
+// What the export's inputs must be for the plug-in to turn them into a file
+// players read: checked before any work starts, so that a refusal names the
+// file, the slide and the problem instead of ending in a broken podcast.
+// Each check throws InputError.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "foundation/Value.h"
+
+namespace quillora::app {
+
+// The facts about a recording that the checks of its slides need.
+struct RecordingFacts {
+    std::uintmax_t bytes = 0;
+    std::uint64_t duration = 0;  // in the recording's own time units
+};
+
+// A recording the chosen format can take: under 2 GiB and a movie; for an
+// enhanced podcast exactly one sound track, whose ID is none of the fixed
+// IDs the new tracks take.
+RecordingFacts checkRecording(const std::filesystem::path& path, bool enhancedPodcast);
+
+// One transition record, the picture it names resolved to a file. where names
+// the file and the slide for the message; previousTime is the time of the
+// record before it in the same list.
+void checkTransition(const Dictionary& record, const std::filesystem::path& picture, const std::string& where,
+                     std::optional<std::int64_t> previousTime, std::uint64_t recordingDuration);
+
+// The output formats the plug-in makes, and the extensions each may be saved
+// under.
+bool isFormatName(const std::string& format);
+void checkFormat(const std::string& format);
+void checkOutputExtension(const std::filesystem::path& output, const std::string& format);
+
+// The output must not be one of the export's inputs (by file identity, so a
+// link or another spelling of the same path is caught too).
+void checkOutputIsNoInput(const std::filesystem::path& output, const std::vector<std::filesystem::path>& inputs);
+
+// Room for the working copy and the result in the scratch folder, and for
+// the result beside the destination.
+void checkFreeSpace(const std::filesystem::path& scratch, const std::filesystem::path& destinationFolder,
+                    std::uintmax_t inputBytes);
+
+}  // namespace quillora::app
