@@ -11,6 +11,7 @@
 #include "QuickTimePlugin/QuickTimePlugin.h"
 #include "QuickTimePlugin/QuilloraTemplate.h"
 #include "TerminalUserInterface.h"
+#include "ToolPipelineExport.h"
 #include "foundation/NotificationCenter.h"
 #include "foundation/RunLoop.h"
 #include "host/ErrorStrings.h"
@@ -138,6 +139,7 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
     }
     TerminalUserInterface userInterface(in, out, options.verbose);
     context.userInterface = &userInterface;
+    context.auxiliaryToolsFolderPath = auxiliaryToolsFolder();
     std::optional<std::string> completedPath;
     auto observation = NotificationCenter::defaultCenter().addObserver(
         QuilloraQuickTimePluginExportCompleteNotification, nullptr, [&completedPath](const Notification& notification) {
@@ -146,6 +148,11 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
 
     auto plugin = pluginClass->create(context);
     out << "Exporting " << options.recording.string() << " as " << *params.stringForKey("format") << "\n";
+    if (options.pipeline == "tools") {
+        const int status = runToolPipelineExport(*plugin, params, options.output, out, err);
+        NotificationCenter::defaultCenter().removeObserver(observation);
+        return status;
+    }
     if (options.output) {
         plugin->exportDataWithParams(params, std::filesystem::absolute(*options.output).string(), nullptr);
     } else {

@@ -20,6 +20,7 @@ struct ExportOptions {
     std::optional<std::filesystem::path> output;
     bool verbose = false;
     std::vector<std::filesystem::path> pluginFolders;
+    std::string pipeline = "in-place";  // or "tools"
 };
 
 // Exports a recording through the QuickTime plug-in module; returns the

@@ -1,5 +1,6 @@
 #include "QuickTimePlugin/QuickTimePlugin.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -133,6 +134,12 @@ bool QuickTimePlugin::exportDataWithParams(const Value& params, const std::strin
     setResultFilePath(path);
     startExportWorker(params);
     return true;
+}
+
+bool QuickTimePlugin::isExporting() const
+{
+    if (worker_ && !worker_->finished()) return true;
+    return std::ranges::any_of(taskWrappers_, [](const auto& wrapper) { return !wrapper->finished(); });
 }
 
 void QuickTimePlugin::openRecording()
