@@ -96,6 +96,15 @@ TEST(ChapterDocument, FollowsRecordedTimeAndLeavesOutMissingAndLateSlides)
         {R"(    </chapter>)"},
         {R"(</chapters>)"},
     };
+    // The same times as chapter items, each lasting until the next (the last until the end of the audio).
+    std::vector<std::string> items;
+    const Value chapterItems = plugin.createChapterItemsWithTransitions(slides, dates);
+    for (const auto& item : *chapterItems.asArray()) {
+        items.push_back(fmt::format("{} {:.2f}", item.stringForKey("chapterTitle")->substr(0, 8),
+                                    item.get("duration")->asReal().value_or(-9)));
+    }
+    EXPECT_EQ(items, (std::vector<std::string>{"Intro 0.50", "xxxxxxxx 0.75", "Untitled 0.75", "Build st 1.75",
+                                               "After th -1.00"}));
     for (const bool links : {true, false}) {
         SCOPED_TRACE(links ? "links on" : "links off");
         ScopedDefaults defaults(Value::dictionary({{"supportForURL", links}}));

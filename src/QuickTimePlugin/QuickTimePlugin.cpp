@@ -82,6 +82,8 @@ QuickTimePlugin::QuickTimePlugin(HostContext context)
 
 QuickTimePlugin::~QuickTimePlugin()
 {
+    // A tool still running reports its end to this plug-in while it is whole.
+    taskWrappers_.clear();
     setResultFilePath("");
     for (auto token : observations_) NotificationCenter::defaultCenter().removeObserver(token);
 }
