@@ -87,7 +87,13 @@ int main(int argc, char** argv)
     app.add_option("-a", recording, "The recording (AAC audio in an MPEG-4 file)")->required();
     app.add_option("-o", output, "The enhanced podcast to write")->required();
     app.add_flag("-v", verbose, "Show the track writers' log lines");
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& failure) {
+        if (failure.get_exit_code() == 0) return app.exit(failure);
+        std::cout << "status: failed " << failure.what() << std::endl;
+        return 2;
+    }
 
     if (!verbose) setLogSink([](std::string_view) {});
     // Written under a temporary name, so a failure never leaves half a file.
