@@ -58,7 +58,8 @@ TEST(ChapterDocument, FollowsRecordedTimeAndLeavesOutMissingAndLateSlides)
     a.asDictionary()->set("linkURL", Value::dictionary({{"title", "Home"}, {"url", "https://example.org/?a=1&b"}}));
     Value b = slide(0.75, std::string(230, 'x') + "Y", pictures / "b.jpg");
     Value missing = slide(0.5, "Gone", pictures / "missing.jpg");
-    Value d = slide(10.5, "", pictures / "d.jpg");
+    // No date: the host takes it from 1.5 s of recorded time, that is 10.5 s.
+    Value d = Value::dictionary({{"timeValue", 900}, {"slideTitle", ""}, {"imagePath", (pictures / "d.jpg").string()}});
     d.asDictionary()->set("buildIndex", 1);
     Value e = slide(11.25, "Build step", pictures / "e.jpg");
     e.asDictionary()->set("buildIndex", 2);
