@@ -13,6 +13,7 @@
 #include "QuickTimePlugin/QuilloraTemplate.h"
 #include "ResultDestination.h"
 #include "TerminalUserInterface.h"
+#include "ToolPipelineExport.h"
 #include "foundation/NotificationCenter.h"
 #include "foundation/RunLoop.h"
 #include "host/ErrorStrings.h"
@@ -149,6 +150,11 @@ void checkExport(const ExportOptions& options, CheckedExport& checked)
     UserDefaults::setStandardUserDefaults(options.defaults ? readDefaults(*options.defaults) : UserDefaults());
 
     if (options.output) checked.destination = checkDestination(*options.output, checked);
+    if (options.pipeline != "in-place") {
+        if (options.pipeline != "tools") throw InputError("--pipeline takes in-place or tools");
+        if (!checked.destination) throw InputError("--pipeline tools needs --output");
+        if (checked.format == ".mov") throw InputError("--pipeline tools makes enhanced podcasts, not .mov");
+    }
 }
 
 }  // namespace
@@ -188,6 +194,7 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
     }
     TerminalUserInterface userInterface(in, out, options.verbose);
     context.userInterface = &userInterface;
+    context.auxiliaryToolsFolderPath = auxiliaryToolsFolder();
     // The plug-in writes into the scratch folder; the user's destination is
     // replaced only once the export has succeeded.
     std::optional<ResultDestination> result;
@@ -205,7 +212,15 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
 
     auto plugin = pluginClass->create(context);
     out << "Exporting " << options.recording.string() << " as " << checked.format << "\n";
-    if (checked.destination) {
+    if (options.pipeline == "tools") {
+        const std::string staged = stage(*checked.destination);
+        const int status = runToolPipelineExport(*plugin, checked.params, staged, out, err);
+        if (status == kExitRefused) {
+            NotificationCenter::defaultCenter().removeObserver(observation);
+            return status;
+        }
+        if (status == kExitSuccess) completedPath = staged;
+    } else if (checked.destination) {
         plugin->exportDataWithParams(checked.params, stage(*checked.destination), nullptr);
     } else {
         plugin->exportDataWithParams(checked.params);

@@ -21,6 +21,7 @@ struct ExportOptions {
     bool verbose = false;
     bool keepScratch = false;
     std::vector<std::filesystem::path> pluginFolders;
+    std::string pipeline = "in-place";  // or "tools"
 };
 
 // The exit statuses of quillora's commands.

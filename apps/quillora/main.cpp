@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "AtomsCommand.h"
+#include "ChapterXmlCommand.h"
 #include "ExportCommand.h"
 #include "InspectCommand.h"
 #include "PluginsCommand.h"
@@ -49,6 +50,19 @@ int main(int argc, char** argv)
     exportCommand->add_flag("--keep-scratch", exportOptions.keepScratch,
                             "Keep the scratch folder that was made for the export (a --scratch folder is always kept)");
     exportCommand->add_option("--plugins", exportOptions.pluginFolders, "Folders to look for plug-in modules in");
+    exportCommand
+        ->add_option("--pipeline", exportOptions.pipeline,
+                     "in-place (default): the working copy edited atom by atom; tools: ChapterTool and AtomicParsley "
+                     "(needs --output)")
+        ->check(CLI::IsMember({"in-place", "tools"}));
+
+    quillora::app::ChapterXmlOptions chapterXmlOptions;
+    auto* chapterXml =
+        app.add_subcommand("chapter-xml", "Print the chapter document of a lecture (ChapterTool's input)");
+    chapterXml->add_option("--recording", chapterXmlOptions.recording, "The recording")->required();
+    chapterXml->add_option("--transitions", chapterXmlOptions.transitions, "Slide transitions, as for export")
+        ->required();
+    chapterXml->add_option("--defaults", chapterXmlOptions.defaults, "Preferences (supportForURL adds the links)");
 
     std::vector<std::filesystem::path> pluginFolders;
     auto* plugins = app.add_subcommand("plugins", "List the plug-ins found, with title and description");
@@ -74,6 +88,7 @@ int main(int argc, char** argv)
     if (atoms->parsed()) return quillora::app::runAtomsCommand(atomsFile, std::cout, std::cerr);
     if (inspect->parsed()) return quillora::app::runInspectCommand(inspectFile, std::cout, std::cerr);
     if (exportCommand->parsed()) return quillora::app::runExportCommand(exportOptions, std::cin, std::cout, std::cerr);
+    if (chapterXml->parsed()) return quillora::app::runChapterXmlCommand(chapterXmlOptions, std::cout, std::cerr);
     if (plugins->parsed()) return quillora::app::runPluginsCommand(pluginFolders, std::cout, std::cerr);
     return quillora::app::kExitRefused;
 }

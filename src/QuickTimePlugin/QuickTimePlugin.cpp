@@ -1,5 +1,6 @@
 #include "QuickTimePlugin/QuickTimePlugin.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -85,6 +86,8 @@ QuickTimePlugin::QuickTimePlugin(HostContext context)
 
 QuickTimePlugin::~QuickTimePlugin()
 {
+    // A tool still running reports its end to this plug-in while it is whole.
+    taskWrappers_.clear();
     setResultFilePath("");
     for (auto token : observations_) NotificationCenter::defaultCenter().removeObserver(token);
 }
@@ -137,6 +140,12 @@ bool QuickTimePlugin::exportDataWithParams(const Value& params, const std::strin
     setResultFilePath(path);
     startExportWorker(params);
     return true;
+}
+
+bool QuickTimePlugin::isExporting() const
+{
+    if (worker_ && !worker_->finished()) return true;
+    return std::ranges::any_of(taskWrappers_, [](const auto& wrapper) { return !wrapper->finished(); });
 }
 
 void QuickTimePlugin::openRecording()

@@ -7,11 +7,13 @@
 
 #include <memory>
 #include <optional>
+#include <pugixml.hpp>
 #include <string>
 #include <vector>
 
 #include "foundation/NotificationCenter.h"
 #include "host/quilloraPlugin.h"
+#include "support/TaskWrapper.h"
 #include "support/ThreadWorker.h"
 #include "toolbox/Movie.h"
 
@@ -32,7 +34,7 @@ struct QuickTimePluginForm {
     std::string classNumberTag;
 };
 
-class QuickTimePlugin : public quilloraPlugin {
+class QuickTimePlugin : public quilloraPlugin, public TaskWrapperController {
 public:
     static std::string pluginTitle() { return "QuickTime"; }
     static std::string pluginDescription() { return "Quicktime Publishing."; }
@@ -51,7 +53,8 @@ public:
     bool exportData() override;
     bool exportDataWithParams(const Value& params) override;
     bool exportDataWithParams(const Value& params, const std::string& path, ErrorRecord* error) override;
-    bool isExporting() const override { return worker_ && !worker_->finished(); }
+    // Also while a tool it started has not yet reported its end.
+    bool isExporting() const override;
 
     bool handleExport();
     void savePanelDidEnd(int returnCode, const std::string& fileName);
@@ -68,6 +71,28 @@ public:
 
     // --- the chapterized movie -------------------------------------------------
     bool exportAsChapterizedQuicktimeFileToPath(const std::string& path);
+
+    // --- the external chapter-tool pipeline (QuickTimePluginUnused.cpp) --------
+    // An older way to an enhanced podcast that no export path takes: the
+    // chapters as an XML document, "ChapterTool" to build the podcast from
+    // it and the recording, "AtomicParsley" to tag it. Runs on the calling
+    // thread; the tools' output reaches appendOutput when its loop next runs.
+    bool createM4AFile(const std::string& destination);
+    std::unique_ptr<pugi::xml_document> generateXML();
+    // Throws NamedException "fileManipulationError" when the document cannot
+    // be written or the tool made no file.
+    bool createEnhancedPodcastInURL(const std::string& destination, const pugi::xml_document& document);
+    void setID3Tags(const Value& tags, const std::string& file);
+    Value createChapterItemsWithTransitions(const Value& transitions, const Value& startStopRecordingDates);
+    // The older entry: a save sheet for a movie path, ended by the host.
+    void exportWithPodcastFile(const std::string& podcastFile, const std::string& archiveFile,
+                               const Value& startStopRecordingDates);
+    void exportingContentPanelDidEnd(int returnCode);
+
+    // --- TaskWrapperController (the tools' reports) ----------------------------
+    void appendOutput(const std::string& output) override;
+    void processStarted() override;
+    void processFinished() override;
 
     // --- accessors ---------------------------------------------------------------
     const std::optional<ErrorRecord>& saveError() const { return saveError_; }
@@ -89,6 +114,8 @@ public:
 private:
     void openRecording();
     void startExportWorker(Value argument);
+    // Runs a tool to its exit; its reports come on this thread's run loop.
+    void runTool(std::vector<std::string> arguments);
 
     QuickTimePluginForm form_;
     bool result_ = false;
@@ -98,6 +125,8 @@ private:
     std::string workingFilePath_;
     std::optional<ErrorRecord> saveError_;
     std::shared_ptr<ThreadWorker> worker_;
+    // Kept until each tool has reported its end, so its output still arrives.
+    std::vector<std::unique_ptr<TaskWrapper>> taskWrappers_;
     std::vector<NotificationCenter::Token> observations_;
 };
 

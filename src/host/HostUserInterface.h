@@ -16,6 +16,7 @@ struct SavePanelRequest {
     bool canCreateDirectories = true;
     bool canSelectHiddenExtension = true;
     std::vector<std::string> allowedFileTypes;  // extensions without the dot
+    std::string requiredFileType;               // empty: any of the allowed
     std::string directory;
     std::string fileName;
 };

@@ -19,13 +19,20 @@ struct HostContext {
     Value slideTransitions = Value::array();
     Value screenshotTransitions = Value::array();
     HostUserInterface* userInterface = nullptr;
+    // Start, stop, start, stop...: one pair per stretch of recording between
+    // pauses. Left empty, it is one stretch as long as the recording.
+    Value startStopRecordingDates = Value::array();
+    // Where the host keeps the command-line tools it ships.
+    std::string auxiliaryToolsFolderPath = {};
 };
 
 class quilloraPlugin {
 public:
     virtual ~quilloraPlugin() = default;
 
-    void setHostContext(HostContext context) { context_ = std::move(context); }
+    // Also completes the recording dates: the stretches of recording when the
+    // host gave none, and the "date" of every transition that has none.
+    void setHostContext(HostContext context);
 
     // --- window controller -------------------------------------------------
     void initWithWindowNibName(std::string nibName) { nibName_ = std::move(nibName); }
@@ -41,6 +48,16 @@ public:
     const std::string& tempProcessingFolderPath() const { return context_.tempProcessingFolderPath; }
     const Value& slideTransitions() const { return context_.slideTransitions; }
     const Value& screenshotTransitions() const { return context_.screenshotTransitions; }
+    const Value& startStopRecordingDates() const { return context_.startStopRecordingDates; }
+    // The name of the first presentation in a host document (a folder): its
+    // first file's name without extension, or the document's own name.
+    std::string firstPresentationNameinWrapper(const std::string& wrapper) const;
+    // Where the host document's save sheet for a movie ended: on OK the
+    // chosen path becomes the result file path.
+    virtual void saveQTPanelDidEnd(int returnCode, const std::string& path);
+    // A tool the host ships (its auxiliary-tools folder) or the system has
+    // (the PATH); empty when neither has it.
+    std::string pathForAuxiliaryExecutable(const std::string& name) const;
     // The error of opening the recording, as the platform reports it.
     const std::optional<std::string>& openError() const { return openError_; }
 

@@ -1,0 +1,78 @@
+#include "ChapterXmlCommand.h"
+
+#include <fmt/format.h>
+
+#include <ostream>
+
+#include "ExportInputs.h"
+#include "InputChecks.h"
+#include "QuickTimePlugin/QuickTimePlugin.h"
+#include "foundation/PropertyList.h"
+
+namespace quillora::app {
+
+namespace {
+
+// The document is made without any window, panel or sheet.
+class NoUserInterface : public HostUserInterface {
+public:
+    void showWindow(std::string_view) override {}
+    void beginSavePanel(const SavePanelRequest&, std::function<void(int, const std::string&)> done) override
+    {
+        done(0, "");
+    }
+    void beginProgressSheet() override {}
+    void endProgressSheet() override {}
+    void showAlert(const ErrorRecord&, std::string_view) override {}
+    void registerUndo(std::function<void()>) override {}
+};
+
+// Transition records with their pictures named from the file's folder. A
+// missing picture is no error here: the document leaves that slide out and
+// says so.
+Value readChapterTransitions(const std::filesystem::path& path)
+{
+    Value transitions;
+    try {
+        transitions = readValueFile(path);
+    } catch (const std::exception& failure) {
+        throw InputError(fmt::format("The transitions file {} cannot be read: {}", path.string(), failure.what()));
+    }
+    auto records = transitions.asArray();
+    if (!records) throw InputError(fmt::format("{}: expected an array of transitions", path.string()));
+    for (std::size_t i = 0; i < records->size(); ++i) {
+        auto record = (*records)[i].asDictionary();
+        if (!record || !(*records)[i].integerForKey("timeValue")) {
+            throw InputError(fmt::format("{}: transition {} has no \"timeValue\"", path.string(), i + 1));
+        }
+        if (auto image = (*records)[i].stringForKey("imagePath");
+            image && std::filesystem::path(*image).is_relative()) {
+            record->set("imagePath",
+                        std::filesystem::absolute(path.parent_path() / *image).lexically_normal().string());
+        }
+    }
+    return transitions;
+}
+
+}  // namespace
+
+int runChapterXmlCommand(const ChapterXmlOptions& options, std::ostream& out, std::ostream& err)
+{
+    NoUserInterface userInterface;
+    HostContext context;
+    try {
+        checkRecording(options.recording, false);
+        context.tempFileRecordingPath = std::filesystem::absolute(options.recording).string();
+        context.slideTransitions = readChapterTransitions(options.transitions);
+        UserDefaults::setStandardUserDefaults(options.defaults ? readDefaults(*options.defaults) : UserDefaults());
+    } catch (const InputError& failure) {
+        err << "quillora: " << failure.what() << "\n";
+        return 2;
+    }
+    context.userInterface = &userInterface;
+    QuickTimePlugin plugin(std::move(context));
+    plugin.generateXML()->save(out, "    ", pugi::format_default, pugi::encoding_utf8);
+    return 0;
+}
+
+}  // namespace quillora::app
