@@ -33,7 +33,7 @@ int main(int argc, char** argv)
     exportCommand->add_option("--tags", exportOptions.tags, "Tags: a JSON object or property list of text values");
     exportCommand->add_option("--defaults", exportOptions.defaults,
                               "Preferences (supportForURL, textTrackFontFace, textTrackFontSize, textTrackFontColor, "
-                              "textTrackBackgroundColor, videoImageQuality, imageSizeRation)");
+                              "textTrackBackgroundColor, videoImageQuality, imageSizeRation, addChapterList)");
     exportCommand->add_option("--format", exportOptions.format,
                               "Output form: .m4a, .m4b or .m4v (enhanced podcast) or .mov; default: the output's "
                               "extension");

@@ -319,6 +319,11 @@ std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
         const Value* tagsValue = exportParams().get("tags");
         Value tags = tagsValue && tagsValue->isDictionary() ? *tagsValue : Value::dictionary();
         const bool metadata = editor->addMetadata(tags, *file, workingPath);
+        // Off by default: the file then holds exactly the tracks and tags above.
+        if (metadata && UserDefaults::standardUserDefaults().boolForKey("addChapterList")) {
+            const bool chapterList = editor->addChapterList(slideTransitions(), *file);
+            QUICKTIME_LOG("The result for adding the chapter list: {}", outcome(chapterList));
+        }
         close();
         if (metadata) return std::nullopt;
         QUICKTIME_LOG("Could not add metadata.");
