@@ -136,7 +136,7 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
     } catch (const std::exception& failure) {
         err << "quillora: warning: the error texts cannot be read: " << failure.what() << "\n";
     }
-    TerminalUserInterface userInterface(in, out, options.verbose);
+    TerminalUserInterface userInterface(in, out, options.verbose, context.tempProcessingFolderPath);
     context.userInterface = &userInterface;
     std::optional<std::string> completedPath;
     auto observation = NotificationCenter::defaultCenter().addObserver(
@@ -154,6 +154,7 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
     auto loop = RunLoop::current();
     while (plugin->isExporting() || loop->hasPendingWork()) loop->runOnce(std::chrono::milliseconds(20));
     plugin.reset();
+    userInterface.finishProgress();
     NotificationCenter::defaultCenter().removeObserver(observation);
 
     if (userInterface.alertShown()) return 1;

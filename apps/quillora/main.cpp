@@ -43,7 +43,8 @@ int main(int argc, char** argv)
                               "Scratch folder for the working copy (default: a new temporary folder)");
     exportCommand->add_option("--output", exportOptions.output,
                               "Destination file; without it you are asked for one, as in a save panel");
-    exportCommand->add_flag("--verbose", exportOptions.verbose, "Show every log line of the export");
+    exportCommand->add_flag("--verbose", exportOptions.verbose,
+                            "Show every log line of the export (always kept in quillora.log in the scratch folder)");
     exportCommand->add_option("--plugins", exportOptions.pluginFolders, "Folders to look for plug-in modules in");
 
     std::vector<std::filesystem::path> pluginFolders;

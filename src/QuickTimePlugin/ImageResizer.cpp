@@ -12,6 +12,7 @@
 #include "QuickTimePlugin/ImageLibrary.h"
 #include "QuickTimePlugin/TransitionKeys.h"
 #include "foundation/Log.h"
+#include "foundation/Progress.h"
 #include "foundation/UserDefaults.h"
 
 namespace quillora {
@@ -249,6 +250,8 @@ bool ImageResizer::resizeImages()
         logMethod(kResizeImagesMethod, "does any transition have a URL link? {}", hasLinks_ ? "YES" : "NO");
     }
 
+    startCountingProgress(ProgressUnit::pictures,
+                          static_cast<std::int64_t>(slideImages.size() + screenshotImages.size()));
     const bool slidesWritten = resizeImages(slideImages, slideTransitions, *frame);
     const bool screenshotsWritten = resizeImages(screenshotImages, screenshotTransitions, *frame);
     return slidesWritten && screenshotsWritten;
@@ -341,6 +344,7 @@ bool ImageResizer::resizeImages(std::vector<Image>& images, const Array& transit
             logMethod(kDrawImagesMethod, "*** Unable to draw image at path {}: {}", images[i].path, messageOf(error));
             result = false;
         }
+        countProgress();
     }
     return result;
 }
