@@ -59,12 +59,16 @@ VImage openPicture(const std::string& path, vips::VOption* options)
         return VImage::new_from_file(path.c_str(), options);
     } catch (const VError& refused) {
         vips_error_clear();
-        // The options went with the first attempt; ImageMagick takes none of
-        // the native loaders' own (a JPEG's shrink), only the access pattern.
-        try {
-            return VImage::magickload(path.c_str(), VImage::option()->set("access", VIPS_ACCESS_SEQUENTIAL));
-        } catch (const VError&) {
-            vips_error_clear();
+        // Only for content ImageMagick knows by its bytes: called directly it
+        // would also take a name such as "text:notes" as an instruction. The
+        // options went with the first attempt; ImageMagick takes none of the
+        // native loaders' own (a JPEG's shrink), only the access pattern.
+        if (vips_foreign_is_a("magickload", path.c_str())) {
+            try {
+                return VImage::magickload(path.c_str(), VImage::option()->set("access", VIPS_ACCESS_SEQUENTIAL));
+            } catch (const VError&) {
+                vips_error_clear();
+            }
         }
         if (auto tiff = readTiffAsRGBA(path)) return *tiff;
         throw refused;

@@ -13,7 +13,7 @@ namespace quillora {
 namespace {
 
 // A slide is a few megapixels; this bounds what a damaged header can ask for.
-constexpr std::uint64_t kLargestPicture = 256ull * 1024 * 1024;
+constexpr std::uint64_t kLargestPicture = 64ull * 1024 * 1024;
 constexpr double kMillimetresPerInch = 25.4;
 constexpr double kMillimetresPerCentimetre = 10;
 
@@ -73,19 +73,25 @@ std::optional<vips::VImage> readTiffAsRGBA(const std::string& path)
     if (!TIFFReadRGBAImageOriented(tiff.get(), width, height, raster.data(), ORIENTATION_TOPLEFT, 0)) {
         return std::nullopt;
     }
-    // Packed words, whatever the machine's byte order: take the bands out one by one.
-    std::vector<std::uint8_t> pixels;
-    pixels.reserve(raster.size() * 4);
-    for (std::uint32_t word : raster) {
-        pixels.insert(pixels.end(),
-                      {static_cast<std::uint8_t>(TIFFGetR(word)), static_cast<std::uint8_t>(TIFFGetG(word)),
-                       static_cast<std::uint8_t>(TIFFGetB(word)), static_cast<std::uint8_t>(TIFFGetA(word))});
+    // Packed words, whatever the machine's byte order: rewritten in place as
+    // red, green, blue and alpha bytes.
+    auto* pixels = reinterpret_cast<std::uint8_t*>(raster.data());
+    for (std::size_t i = 0; i < raster.size(); ++i) {
+        const std::uint32_t word = raster[i];
+        pixels[4 * i] = static_cast<std::uint8_t>(TIFFGetR(word));
+        pixels[4 * i + 1] = static_cast<std::uint8_t>(TIFFGetG(word));
+        pixels[4 * i + 2] = static_cast<std::uint8_t>(TIFFGetB(word));
+        pixels[4 * i + 3] = static_cast<std::uint8_t>(TIFFGetA(word));
     }
     // Copied into an image of its own before the buffer goes.
-    vips::VImage picture = vips::VImage::new_from_memory(pixels.data(), pixels.size(), static_cast<int>(width),
-                                                         static_cast<int>(height), 4, VIPS_FORMAT_UCHAR)
-                               .copy_memory()
-                               .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+    VipsImage* copied = vips_image_new_from_memory_copy(pixels, raster.size() * 4, static_cast<int>(width),
+                                                        static_cast<int>(height), 4, VIPS_FORMAT_UCHAR);
+    if (!copied) {
+        vips_error_clear();
+        return std::nullopt;
+    }
+    vips::VImage picture =
+        vips::VImage(copied).copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
     copyResolution(tiff.get(), picture);
     return picture;
 }
