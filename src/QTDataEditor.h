@@ -121,6 +121,11 @@ public:
     // tags: a dictionary of tag key to string; its "software" entry is set.
     bool addMetadata(const Value& tags, FileHandle& file, const std::string& path);
     bool addMetadata(const Value& tags, const std::filesystem::path& path);
+    // The chapter list ('chpl') for readers that know no chapter track: the
+    // slides' start times and chapter names, last in moov/udta, replacing any
+    // old one. At most 255 chapters. False (and nothing written) without a
+    // user data atom.
+    bool addChapterList(const Value& transitions, FileHandle& file);
 
 private:
     struct AtomHeader {

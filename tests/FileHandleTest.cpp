@@ -6,6 +6,7 @@
 
 #include "TestSupport.h"
 #include "foundation/FileHandle.h"
+#include "foundation/Progress.h"
 
 using namespace quillora;
 
@@ -58,4 +59,29 @@ TEST(FileHandle, InsertPastTheEndFillsWithZerosAndReadsStopAtTheEnd)
     file.closeFile();
     EXPECT_THROW(file.readDataOfLength(1), FileError);
     EXPECT_THROW(FileHandle(folder.path() / "missing", FileHandle::Mode::Reading), FileError);
+}
+
+TEST(FileHandle, CopiesAndMovesReportTheBytesMovedUpToTheWhole)
+{
+    test::TemporaryFolder folder;
+    const auto path = folder.path() / "data", copy = folder.path() / "copy";
+    Bytes data(100);
+    for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<std::uint8_t>(i);
+    test::writeFile(path, data);
+    std::vector<std::pair<std::int64_t, std::int64_t>> reports;
+    const ProgressSink previous =
+        setProgressSink([&](const ProgressReport& r) { reports.emplace_back(r.done, r.total); });
+    using Reports = std::vector<std::pair<std::int64_t, std::int64_t>>;
+
+    FileHandle::copyFile(path, copy, 40);
+    EXPECT_EQ(test::readFile(copy), data);
+    EXPECT_EQ(reports, (Reports{{40, 100}, {80, 100}, {100, 100}}));
+    EXPECT_THROW(FileHandle::copyFile(path, copy), FileError);  // never over an existing file
+    FileHandle file(copy, FileHandle::Mode::Updating);
+    file.setMoveBufferSize(64);
+    reports.clear();
+    file.insertBytes(10, Bytes{1, 2});  // 90 bytes of tail move
+    file.removeBytes(0, 30);            // 72 bytes of tail move
+    EXPECT_EQ(reports, (Reports{{64, 90}, {90, 90}, {64, 72}, {72, 72}}));
+    setProgressSink(previous);
 }

@@ -268,9 +268,10 @@ TEST_F(ImageResizerTest, FailuresAreLoggedAndTheRestKeepsItsOwnTransitions)
 TEST_F(ImageResizerTest, ReadsEverySlideFormat)
 {
     std::vector<Value> records;
-    for (const std::string name : {"slide.jpg", "slide-exif.jpg", "slide.png", "slide.gif", "slide.bmp", "slide.psd"})
+    // The TIFF is subsampled YCbCr, as ffmpeg writes it: only ImageMagick's loader reads it.
+    for (const std::string name :
+         {"slide.jpg", "slide-exif.jpg", "slide.png", "slide.gif", "slide.bmp", "slide.psd", "slide.tif"})
         records.push_back(transition(test::copyFixture(name, folder_)));
-    records.push_back(transition(save(solid(96, 64, kWhite), "slide.tif")));
     CapturedLog log;
     ASSERT_TRUE(resize(records));
     EXPECT_FALSE(log.contains("Unable to load"));

@@ -5,10 +5,17 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
+#include <map>
+#include <sstream>
 #include <thread>
+#include <vips/vips8>
 
+#include "QTDataEditor.h"
 #include "QuickTimePlugin/QuickTimePlugin.h"
 #include "TestSupport.h"
+#include "TrackTestSupport.h"
+#include "foundation/FourCC.h"
 #include "foundation/Log.h"
 #include "foundation/RunLoop.h"
 #include "foundation/UserDefaults.h"
@@ -226,6 +233,109 @@ TEST(EnhancedPodcastExport, EqualSlideTimesFailTheImageStageButTheFileIsStillCop
     EXPECT_TRUE(outcome.notifiedAfterDone);
     // The partly edited working copy: chapters in, no picture track, no tags.
     EXPECT_EQ(trackIDs(lecture.destination), (std::vector<std::uint32_t>{1, 2}));
+}
+
+struct Slide {
+    std::int64_t time;
+    std::string title;
+    std::string fixture;
+};
+
+// Exports the slides with the preferences; the file is kept as `kept`.
+void exportSlides(std::initializer_list<Slide> slides, const Value& preferences, const std::filesystem::path& kept)
+{
+    Lecture lecture;  // movie atom first: every insertion moves every chunk
+    for (const Slide& slide : slides)
+        lecture.addSlide(slide.time, slide.title, lecture.picture(slide.fixture, slide.fixture));
+    ScopedDefaults defaults(preferences);
+    TestUserInterface ui;
+    ASSERT_FALSE(runExport(lecture, ".m4b", ui).alert);
+    std::filesystem::copy_file(lecture.destination, kept);
+}
+
+TEST(EnhancedPodcastExport, EverySlideIsDrawnAndDeclaredAtItsDecodedSize)
+{
+    TemporaryFolder folder;
+    for (const auto& [quality, codec] : {std::pair{1024, "png"}, {0, "mjpeg"}}) {
+        SCOPED_TRACE(codec);
+        const auto path = folder.path() / fmt::format("{}.m4b", codec);
+        // The TIFF is subsampled YCbCr, which libvips' own loader refuses.
+        exportSlides({{0, "PNG", "slide.png"}, {600, "TIFF", "slide.tif"}, {1200, "JPEG", "slide.jpg"}},
+                     Value::dictionary({{"videoImageQuality", quality}}), path);
+        const test::WrittenFile written(path);
+        const auto& pictures = written.traks.back();
+        const Bytes stsd = written.below(pictures, {atom::mdia, atom::minf, atom::stbl, atom::stsd});
+        ASSERT_GE(stsd.size(), 52u);
+        const std::uint16_t side = 96;                                      // the TIFF's height decides the frame
+        EXPECT_EQ(readU32BE(&stsd[48]), std::uint32_t{side} << 16 | side);  // 16-bit width, then height
+        const auto offsets = written.table(pictures, atom::stco), sizes = written.table(pictures, atom::stsz);
+        ASSERT_EQ(offsets.size(), 3u);
+        for (std::size_t i = 0; i < offsets.size(); ++i) {
+            const Bytes sample = written.at(offsets[i], sizes[i]);
+            const auto decoded = vips::VImage::new_from_buffer(sample.data(), sample.size(), "");
+            EXPECT_EQ(decoded.width(), side);
+            EXPECT_EQ(decoded.height(), side);
+        }
+        EXPECT_EQ(test::runCommand("ffprobe -v error -show_entries stream=codec_name,width,height,nb_frames "
+                                   "-select_streams v -of csv=p=0 " +
+                                   test::shellQuote(path.string()))
+                      .output,
+                  fmt::format("{},{},{},3\n", codec, side, side));
+        EXPECT_EQ(test::ffmpegDecodeErrors(path), "");
+    }
+}
+
+TEST(EnhancedPodcastExport, ChapterListWhenAskedForAndOtherwiseTheSameFile)
+{
+    TemporaryFolder folder;
+    std::map<bool, std::filesystem::path> exported;
+    for (bool on : {false, true}) {
+        exported[on] = folder.path() / (on ? "on.m4b" : "off.m4b");
+        exportSlides({{0, "Welcome", "slide.jpg"}, {900, "Über Wellen", "slide.png"}, {1234, "", "slide-exif.jpg"}},
+                     Value::dictionary({{"addChapterList", on}}), exported[on]);
+    }
+    const std::string quoted = test::shellQuote(exported[true].string());
+    EXPECT_EQ(test::ffmpegDecodeErrors(exported[true]), "");
+    // Debian's mutagen scales the times by 1000 over the movie's time scale
+    // (600 here); later releases read them as written.
+    const auto listed = test::runCommand("/usr/bin/python3 -c 'import sys, mutagen.mp4\n"
+                                         "for c in mutagen.mp4.MP4(sys.argv[1]).chapters: print(c.title, c.start)' " +
+                                         quoted);
+    const std::vector<std::pair<std::string, double>> expected = {
+        {"Welcome", 0}, {"Über Wellen", 1.5}, {"Chapter 3", 1234 / 600.0}};
+    std::istringstream lines(listed.output);
+    for (const auto& [title, seconds] : expected) {
+        std::string line;
+        ASSERT_TRUE(std::getline(lines, line)) << listed.output;
+        const auto blank = line.rfind(' ');
+        EXPECT_EQ(line.substr(0, blank), title);
+        const double start = std::stod(line.substr(blank + 1));
+        EXPECT_TRUE(std::abs(start - seconds) < 1e-6 || std::abs(start - seconds * 1000 / 600) < 1e-6) << line;
+    }
+
+    // The list is udta's last child, after the item list; every chunk offset
+    // still points at the bytes it did; taken out again, the file is the
+    // one written without it.
+    const test::WrittenFile off(exported[false]), on(exported[true]);
+    const auto udta = on.tree.find({atom::moov, atom::udta});
+    ASSERT_TRUE(udta);
+    const auto children = on.tree.childrenOf(*udta);
+    ASSERT_GE(children.size(), 2u);
+    EXPECT_EQ(children[children.size() - 2].type, atom::meta);
+    EXPECT_EQ(children.back().type, fourCC("chpl"));
+    ASSERT_EQ(on.traks.size(), off.traks.size());
+    for (std::size_t t = 0; t < on.traks.size(); ++t) {
+        const auto onOffsets = on.table(on.traks[t], atom::stco), offOffsets = off.table(off.traks[t], atom::stco);
+        ASSERT_EQ(onOffsets.size(), offOffsets.size());
+        for (std::size_t i = 0; i < onOffsets.size(); ++i)
+            EXPECT_EQ(on.at(onOffsets[i], 16), off.at(offOffsets[i], 16));
+    }
+    {
+        QTDataEditor editor;
+        FileHandle file(exported[true], FileHandle::Mode::Updating);
+        EXPECT_TRUE(editor.removeAtomAtOffset(static_cast<std::int32_t>(children.back().offset), file));
+    }
+    EXPECT_EQ(test::readFile(exported[true]), off.bytes);
 }
 
 TEST(EnhancedPodcastExport, UnknownFormatsAreLoggedAndExportedAsPodcastsAndMovFailsClearly)

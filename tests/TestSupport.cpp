@@ -84,6 +84,8 @@ CommandResult runQuillora(const std::string& arguments)
 
 }  // namespace quillora::test
 
+#include <fmt/format.h>
+
 #include <map>
 
 #include "foundation/FourCC.h"
@@ -133,7 +135,8 @@ std::vector<std::pair<std::string, std::int64_t>> atomSizes(const std::filesyste
         for (const auto& part : stack) parent += part + "/";
         std::string name = stringFromFourCC(node.type);
         int index = ++seen[parent + name];
-        std::string part = name + (index > 1 ? "[" + std::to_string(index) + "]" : "");
+        // Not "[" + std::to_string(index): GCC 12 at -O3 warns falsely (-Wrestrict) on that insertion.
+        std::string part = index > 1 ? fmt::format("{}[{}]", name, index) : name;
         stack.push_back(part);
         sizes.emplace_back(parent + part, node.size);
     }

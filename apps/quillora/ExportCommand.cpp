@@ -192,7 +192,7 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
     } catch (const std::exception& failure) {
         err << "quillora: warning: the error texts cannot be read: " << failure.what() << "\n";
     }
-    TerminalUserInterface userInterface(in, out, options.verbose);
+    TerminalUserInterface userInterface(in, out, options.verbose, context.tempProcessingFolderPath);
     context.userInterface = &userInterface;
     context.auxiliaryToolsFolderPath = auxiliaryToolsFolder();
     // The plug-in writes into the scratch folder; the user's destination is
@@ -228,6 +228,7 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
     auto loop = RunLoop::current();
     while (plugin->isExporting() || loop->hasPendingWork()) loop->runOnce(std::chrono::milliseconds(20));
     plugin.reset();
+    userInterface.finishProgress();
     NotificationCenter::defaultCenter().removeObserver(observation);
 
     if (!result) {
@@ -239,12 +240,12 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
         if (std::filesystem::exists(result->staged())) {
             out << "The failed export was kept in " << result->staged().string() << "\n";
         }
+        out << "The log is in " << userInterface.logFile().string() << "\n";
         return kExitFailed;
     };
     if (userInterface.alertShown()) return keptFailure();
     if (!completedPath || !std::filesystem::is_regular_file(result->staged())) {
-        err << "quillora: the export did not produce " << result->destination().string()
-            << " (--verbose shows the export's whole log)\n";
+        err << "quillora: the export did not produce " << result->destination().string() << "\n";
         return keptFailure();
     }
     try {
@@ -257,7 +258,8 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
     if (checked.scratchIsOurs && !options.keepScratch) {
         removeOurScratch();
     } else {
-        out << "The working copy stays in " << context.tempProcessingFolderPath << "\n";
+        out << "The working copy stays in " << context.tempProcessingFolderPath << "; the log is "
+            << userInterface.logFile().filename().string() << " there\n";
     }
     return kExitSuccess;
 }

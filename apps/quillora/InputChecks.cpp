@@ -54,28 +54,21 @@ std::string lowercase(std::string text)
 }
 
 // The sentence that says why the image library cannot open a picture, or
-// nothing when it can. Only the header is read; the native loader is tried
-// first, then ImageMagick's, which the resizer falls back to as well.
+// nothing when it can: the same loaders as the resizer's, the header only.
 std::optional<std::string> pictureProblem(const std::filesystem::path& picture)
 {
     if (!startImageLibrary()) return "the image library could not be started";
     try {
-        vips::VImage image = vips::VImage::new_from_source(vips::VSource::new_from_file(picture.c_str()), "");
+        const vips::VImage image = openPicture(picture.string(), nullptr);
         if (image.width() > 0 && image.height() > 0) return std::nullopt;
-    } catch (const vips::VError& native) {
-        std::string message = native.what();
+        return "the picture has no pixels";
+    } catch (const vips::VError& refused) {
+        std::string message = refused.what();
         vips_error_clear();
-        try {
-            vips::VImage image = vips::VImage::magickload(picture.c_str());
-            if (image.width() > 0 && image.height() > 0) return std::nullopt;
-        } catch (const vips::VError&) {
-            vips_error_clear();
-        }
         while (!message.empty() && message.back() == '\n') message.pop_back();
         if (auto newline = message.rfind('\n'); newline != std::string::npos) message = message.substr(newline + 1);
         return message.empty() ? "not a picture the image library can read" : message;
     }
-    return "the picture has no pixels";
 }
 
 void checkTextLength(const Value* text, std::size_t longest, const std::string& where, const char* what)

@@ -20,7 +20,7 @@ void printTimedTexts(std::ostream& out, const char* heading, const toolbox::Text
     out << fmt::format("  {:>9}  {:>9}  {}{}\n", "start", "duration", "text", withURLs ? "  ->  url" : "");
     for (const auto& sample : track.samples) {
         out << fmt::format("  {:>9.3f}  {:>9.3f}  {}", sample.start, sample.duration, sample.text);
-        if (withURLs) out << "  ->  " << sample.url;
+        if (withURLs) out << "  ->  " << (sample.url.empty() ? "(no link)" : sample.url);
         out << "\n";
     }
 }

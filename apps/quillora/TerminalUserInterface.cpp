@@ -1,43 +1,21 @@
 #include "TerminalUserInterface.h"
 
 #include <iostream>
-#include <mutex>
+#include <sstream>
 
 #include "ExportInputs.h"
 
 namespace quillora::app {
 
-namespace {
-// Lines of the export driver and of the resizer's writes are its stages.
-constexpr std::string_view kStagePrefix = "QuickTimePlugin/QuickTimePlugin:";
-constexpr std::string_view kImageWritten = "wrote image ";
-
-std::mutex outputMutex;
-}  // namespace
-
-TerminalUserInterface::TerminalUserInterface(std::istream& in, std::ostream& out, bool verbose)
-    : in_(in), out_(out), verbose_(verbose)
+TerminalUserInterface::TerminalUserInterface(std::istream& in, std::ostream& out, bool verbose,
+                                             const std::filesystem::path& scratchFolder)
+    : in_(in), out_(out), progress_(out, isTerminal(out), verbose, scratchFolder / "quillora.log")
 {
-    previousSink_ = setLogSink([this](std::string_view line) { showLogLine(line); });
 }
 
-TerminalUserInterface::~TerminalUserInterface()
+void TerminalUserInterface::finishProgress()
 {
-    setLogSink(std::move(previousSink_));
-}
-
-void TerminalUserInterface::showLogLine(std::string_view line)
-{
-    if (verbose_) {
-        if (previousSink_) previousSink_(line);
-        return;
-    }
-    const auto message = line.find("  ");
-    const std::string_view text = message == std::string_view::npos ? line : line.substr(message + 2);
-    if (line.starts_with(kStagePrefix) || text.starts_with(kImageWritten)) {
-        std::lock_guard lock(outputMutex);
-        out_ << "  " << text << "\n" << std::flush;
-    }
+    progress_.endLine();
 }
 
 void TerminalUserInterface::showWindow(std::string_view) {}
@@ -78,18 +56,20 @@ void TerminalUserInterface::endProgressSheet() {}
 void TerminalUserInterface::showAlert(const ErrorRecord& error, std::string_view helpAnchor)
 {
     alertShown_ = error;
-    std::lock_guard lock(outputMutex);
-    out_ << "\nExport failed: " << error.localizedDescription() << "\n";
-    if (auto cause = error.userInfo.stringForKey("NSLocalizedFailureReason")) out_ << "Cause: " << *cause << "\n";
-    if (auto suggestion = error.localizedRecoverySuggestion(); !suggestion.empty()) out_ << suggestion << "\n";
+    std::ostringstream alert;
+    alert << "\nExport failed: " << error.localizedDescription() << "\n";
+    if (auto cause = error.userInfo.stringForKey("NSLocalizedFailureReason")) alert << "Cause: " << *cause << "\n";
+    if (auto suggestion = error.localizedRecoverySuggestion(); !suggestion.empty()) alert << suggestion << "\n";
     if (auto options = error.userInfo.get("NSLocalizedRecoveryOptions"); options && options->asArray()) {
-        out_ << "Options:";
+        alert << "Options:";
         for (const auto& option : *options->asArray()) {
-            if (auto text = option.asString()) out_ << " [" << *text << "]";
+            if (auto text = option.asString()) alert << " [" << *text << "]";
         }
-        out_ << "\n";
+        alert << "\n";
     }
-    out_ << "(" << error.domain << ", code " << error.code << "; help: " << helpAnchor << ")\n" << std::flush;
+    alert << "(" << error.domain << ", code " << error.code << "; help: " << helpAnchor << ")\n";
+    // The export's last steps may still be showing progress from the worker thread.
+    progress_.print(alert.str());
 }
 
 void TerminalUserInterface::registerUndo(std::function<void()>) {}

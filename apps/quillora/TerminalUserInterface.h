@@ -1,22 +1,24 @@
 // The plug-in's user interface on a terminal: the save panel asks on standard
-// input, the progress sheet prints the export's stages as they happen, and
-// the alert prints the error with its recovery suggestion, options and help
-// anchor.
+// input, the progress display shows the export's stages as they happen (the
+// log goes to a file in the scratch folder), and the alert prints the error
+// with its recovery suggestion, options and help anchor.
 #pragma once
 
+#include <filesystem>
 #include <iosfwd>
 #include <optional>
 
-#include "foundation/Log.h"
+#include "ProgressDisplay.h"
 #include "host/HostUserInterface.h"
 
 namespace quillora::app {
 
 class TerminalUserInterface : public HostUserInterface {
 public:
-    // verbose: every log line, not only the stages.
-    TerminalUserInterface(std::istream& in, std::ostream& out, bool verbose);
-    ~TerminalUserInterface() override;
+    // verbose: every log line on standard error too. The log file is
+    // "quillora.log" in the scratch folder.
+    TerminalUserInterface(std::istream& in, std::ostream& out, bool verbose,
+                          const std::filesystem::path& scratchFolder);
 
     void showWindow(std::string_view nibName) override;
     void beginSavePanel(const SavePanelRequest& request,
@@ -27,6 +29,9 @@ public:
     void registerUndo(std::function<void()> undo) override;
 
     const std::optional<ErrorRecord>& alertShown() const { return alertShown_; }
+    // Ends the progress display.
+    void finishProgress();
+    const std::filesystem::path& logFile() const { return progress_.logFile(); }
 
     // Checks the path the user typed in the save panel and gives the path
     // the plug-in is to write; an InputError is shown and the user asked
@@ -35,12 +40,9 @@ public:
     void setDestinationCheck(DestinationCheck check) { destinationCheck_ = std::move(check); }
 
 private:
-    void showLogLine(std::string_view line);
-
     std::istream& in_;
     std::ostream& out_;
-    bool verbose_;
-    LogSink previousSink_;
+    ProgressDisplay progress_;
     std::optional<ErrorRecord> alertShown_;
     DestinationCheck destinationCheck_;
 };

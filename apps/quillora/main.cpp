@@ -36,7 +36,7 @@ int main(int argc, char** argv)
     exportCommand->add_option("--tags", exportOptions.tags, "Tags: a JSON object or property list of text values");
     exportCommand->add_option("--defaults", exportOptions.defaults,
                               "Preferences (supportForURL, textTrackFontFace, textTrackFontSize, textTrackFontColor, "
-                              "textTrackBackgroundColor, videoImageQuality, imageSizeRation)");
+                              "textTrackBackgroundColor, videoImageQuality, imageSizeRation, addChapterList)");
     exportCommand->add_option("--format", exportOptions.format,
                               "Output form: .m4a, .m4b or .m4v (enhanced podcast) or .mov; default: the output's "
                               "extension");
@@ -46,7 +46,8 @@ int main(int argc, char** argv)
                               "Scratch folder for the working copy (default: a new temporary folder)");
     exportCommand->add_option("--output", exportOptions.output,
                               "Destination file; without it you are asked for one, as in a save panel");
-    exportCommand->add_flag("--verbose", exportOptions.verbose, "Show every log line of the export");
+    exportCommand->add_flag("--verbose", exportOptions.verbose,
+                            "Show every log line of the export (always kept in quillora.log in the scratch folder)");
     exportCommand->add_flag("--keep-scratch", exportOptions.keepScratch,
                             "Keep the scratch folder that was made for the export (a --scratch folder is always kept)");
     exportCommand->add_option("--plugins", exportOptions.pluginFolders, "Folders to look for plug-in modules in");

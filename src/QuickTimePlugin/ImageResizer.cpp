@@ -12,6 +12,7 @@
 #include "QuickTimePlugin/ImageLibrary.h"
 #include "QuickTimePlugin/TransitionKeys.h"
 #include "foundation/Log.h"
+#include "foundation/Progress.h"
 #include "foundation/UserDefaults.h"
 
 namespace quillora {
@@ -79,30 +80,6 @@ std::string messageOf(const VError& error)
     std::string text = error.what();
     while (!text.empty() && text.back() == '\n') text.pop_back();
     return text;
-}
-
-VImage openPicture(const std::string& path, vips::VOption* options)
-{
-    // A name that ends in "]" would be read as "file[load options]"; a source
-    // takes the name as it is (though not for the ImageMagick formats).
-    if (!path.empty() && path.back() == ']') {
-        return VImage::new_from_source(vips::VSource::new_from_file(path.c_str()), "", options);
-    }
-    return VImage::new_from_file(path.c_str(), options);
-}
-
-// The size the platform gives a picture: pixels x 72 / dpi, at 72 dpi when
-// the file states no resolution. libvips reports an unstated resolution as
-// its default of 1 pixel/mm (or 0 from ImageMagick), and a stated one with a
-// "resolution-unit", except for PNG, whose pixels per metre it reports
-// without one. The dpi is rounded because files store it in pixels per metre
-// or centimetre, so 72 dpi arrives as 71.98 or 72.009.
-double pointsForPixels(int pixels, double pixelsPerMillimetre, bool unitStated)
-{
-    const bool stated = unitStated || (pixelsPerMillimetre > 0 && pixelsPerMillimetre != 1.0);
-    double dpi = stated ? std::round(pixelsPerMillimetre * kMillimetresPerInch) : kPointsPerInch;
-    if (dpi < 1) dpi = kPointsPerInch;
-    return pixels * kPointsPerInch / dpi;
 }
 
 // Rounded pixel bounds in the canvas (top-left origin) of a rectangle given
@@ -273,6 +250,8 @@ bool ImageResizer::resizeImages()
         logMethod(kResizeImagesMethod, "does any transition have a URL link? {}", hasLinks_ ? "YES" : "NO");
     }
 
+    startCountingProgress(ProgressUnit::pictures,
+                          static_cast<std::int64_t>(slideImages.size() + screenshotImages.size()));
     const bool slidesWritten = resizeImages(slideImages, slideTransitions, *frame);
     const bool screenshotsWritten = resizeImages(screenshotImages, screenshotTransitions, *frame);
     return slidesWritten && screenshotsWritten;
@@ -292,11 +271,9 @@ std::vector<ImageResizer::Image> ImageResizer::imagesFromTransitions(const Array
             // Only the header is read here.
             try {
                 VImage picture = openPicture(*path, VImage::option()->set("access", VIPS_ACCESS_SEQUENTIAL));
-                const bool unitStated = picture.get_typeof(VIPS_META_RESOLUTION_UNIT) != 0;
+                const PictureSize points = pictureSizeInPoints(picture);
                 image = Image{*path, picture.get_typeof(VIPS_META_LOADER) ? picture.get_string(VIPS_META_LOADER) : "",
-                              picture.width(), picture.height(),
-                              pointSize(pointsForPixels(picture.width(), picture.xres(), unitStated),
-                                        pointsForPixels(picture.height(), picture.yres(), unitStated))};
+                              picture.width(), picture.height(), pointSize(points.width, points.height)};
             } catch (const VError& error) {
                 messageOf(error);
             }
@@ -367,6 +344,7 @@ bool ImageResizer::resizeImages(std::vector<Image>& images, const Array& transit
             logMethod(kDrawImagesMethod, "*** Unable to draw image at path {}: {}", images[i].path, messageOf(error));
             result = false;
         }
+        countProgress();
     }
     return result;
 }

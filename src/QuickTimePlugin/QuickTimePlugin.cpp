@@ -11,6 +11,7 @@
 #include "QuickTimePlugin/ImageResizer.h"
 #include "foundation/FileHandle.h"
 #include "foundation/Log.h"
+#include "foundation/Progress.h"
 #include "foundation/UserDefaults.h"
 
 namespace quillora {
@@ -213,8 +214,12 @@ std::optional<ErrorRecord> QuickTimePlugin::beginExport(const Value& /*params*/)
     QUICKTIME_LOG("[self tempFileRecordingPath] {}", tempFileRecordingPath());
 
     const std::string workingPath = tempProcessingFolderPath() + currentTimeName() + kWorkingFileSuffix;
-    std::error_code ignored;
-    std::filesystem::copy_file(tempFileRecordingPath(), workingPath, ignored);
+    beginProgressStage("Copying the recording");
+    try {
+        FileHandle::copyFile(tempFileRecordingPath(), workingPath);
+    } catch (const FileError&) {
+        // Not checked here: a working copy that is missing or cut short fails when it is opened or edited.
+    }
     setWorkingFilePath(workingPath);
     QUICKTIME_LOG("Copied tempFileRecordingPath to workingFilePath {}", workingPath);
 
@@ -280,6 +285,7 @@ std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
             QUICKTIME_LOG("No slide transitions.");
         } else {
             QUICKTIME_LOG("Processing Images");
+            beginProgressStage("Drawing the slides");
             const bool resized = resizeImages();
             QUICKTIME_LOG("The result for resizing images: {}", outcome(resized));
             if (!resized) QUICKTIME_LOG("No images found.");
@@ -289,6 +295,7 @@ std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
             Value params = Value::dictionary({{"duration", duration}, {"trackID", 2}});
             ErrorRecord ignoredError;
 
+            beginProgressStage("Adding the chapters");
             const bool chapters = editor->addChapters(slides, *file, workingPath, params, &ignoredError);
             QUICKTIME_LOG("The result for adding chapters: {}", outcome(chapters));
             if (!chapters) {
@@ -299,6 +306,7 @@ std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
 
             params.asDictionary()->set("trackID", 3);
             if (resized) {
+                beginProgressStage("Adding the slide pictures");
                 const bool images = editor->addImages(slides, *file, workingPath, params, this, &ignoredError);
                 QUICKTIME_LOG("The result for adding images: {}", outcome(images));
                 if (!images) {
@@ -325,13 +333,21 @@ std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
                                        {"textTrackBackgroundColorData", dataOrNull("textTrackBackgroundColor")}});
                 params.asDictionary()->set("trackID", 4);
                 // A failed link track neither stops the export nor is logged.
+                beginProgressStage("Adding the links");
                 editor->addTextTrackURLs(slides, attributes, *file, workingPath, params, &ignoredError);
             }
         }
 
         const Value* tagsValue = exportParams().get("tags");
         Value tags = tagsValue && tagsValue->isDictionary() ? *tagsValue : Value::dictionary();
+        beginProgressStage("Adding the tags");
         const bool metadata = editor->addMetadata(tags, *file, workingPath);
+        // Off by default: the file then holds exactly the tracks and tags above.
+        if (metadata && UserDefaults::standardUserDefaults().boolForKey("addChapterList")) {
+            beginProgressStage("Adding the chapter list");
+            const bool chapterList = editor->addChapterList(slideTransitions(), *file);
+            QUICKTIME_LOG("The result for adding the chapter list: {}", outcome(chapterList));
+        }
         close();
         if (metadata) return std::nullopt;
         QUICKTIME_LOG("Could not add metadata.");
@@ -354,8 +370,13 @@ bool QuickTimePlugin::copyCompletedWorkingFileToDestination()
 {
     std::error_code ignored;
     std::filesystem::remove(resultFilePath(), ignored);
-    std::error_code failure;
-    std::filesystem::copy_file(workingFilePath(), resultFilePath(), failure);
+    beginProgressStage("Copying to the destination");
+    bool failure = false;
+    try {
+        FileHandle::copyFile(workingFilePath(), resultFilePath());
+    } catch (const FileError&) {
+        failure = true;
+    }
     QUILLORA_ASSERT(!failure, std::string(kCopyToDestination),
                     fmt::format("could not move the media file from {} to {}", workingFilePath(), resultFilePath()));
     NotificationCenter::defaultCenter().post({QuilloraQuickTimePluginExportCompleteNotification, this,

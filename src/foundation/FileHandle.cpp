@@ -9,14 +9,18 @@
 #include <vector>
 
 #include "foundation/NotificationCenter.h"
+#include "foundation/Progress.h"
 #include "foundation/RunLoop.h"
 
 namespace quillora {
 
 FileHandle::FileHandle(const std::filesystem::path& path, Mode mode) : path_(path)
 {
-    int flags = (mode == Mode::Updating ? O_RDWR : O_RDONLY) | O_CLOEXEC;
-    fd_ = ::open(path.c_str(), flags);
+    int flags = O_CLOEXEC;
+    if (mode == Mode::Reading) flags |= O_RDONLY;
+    if (mode == Mode::Updating) flags |= O_RDWR;
+    if (mode == Mode::Creating) flags |= O_RDWR | O_CREAT | O_EXCL;
+    fd_ = ::open(path.c_str(), flags, 0666);
     if (fd_ < 0) fail("open");
 }
 
@@ -165,6 +169,7 @@ void FileHandle::insertBytes(std::int64_t offset, std::span<const std::uint8_t> 
             readFully(start, buffer.data(), static_cast<std::size_t>(block));
             writeFully(start + gap, buffer.data(), static_cast<std::size_t>(block));
             end = start;
+            reportProgress(ProgressUnit::bytes, oldLength - end, oldLength - offset);
         }
     }
     writeFully(offset, data.data(), data.size());
@@ -192,8 +197,26 @@ void FileHandle::removeBytes(std::int64_t offset, std::int64_t count)
         readFully(from, buffer.data(), static_cast<std::size_t>(block));
         writeFully(from - count, buffer.data(), static_cast<std::size_t>(block));
         from += block;
+        reportProgress(ProgressUnit::bytes, from - offset - count, oldLength - offset - count);
     }
     truncateFileAtOffset(oldLength - count);
+}
+
+void FileHandle::copyFile(const std::filesystem::path& from, const std::filesystem::path& to, std::size_t bufferSize)
+{
+    FileHandle source(from, Mode::Reading);
+    FileHandle target(to, Mode::Creating);
+    const std::int64_t total = source.length();
+    std::vector<std::uint8_t> buffer(
+        std::max<std::int64_t>(1, std::min<std::int64_t>(static_cast<std::int64_t>(bufferSize), total)));
+    for (std::int64_t done = 0; done < total;) {
+        auto block = std::min<std::int64_t>(static_cast<std::int64_t>(buffer.size()), total - done);
+        source.readFully(done, buffer.data(), static_cast<std::size_t>(block));
+        target.writeFully(done, buffer.data(), static_cast<std::size_t>(block));
+        done += block;
+        reportProgress(ProgressUnit::bytes, done, total);
+    }
+    target.closeFile();
 }
 
 void FileHandle::waitForDataInBackgroundAndNotify()

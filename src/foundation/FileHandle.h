@@ -4,7 +4,8 @@
 //
 // Moving a file's tail (to open a gap or close one) is one primitive here,
 // insertBytes / removeBytes, streamed through a fixed buffer so that memory
-// does not grow with the file.
+// does not grow with the file; so is copying a file. Both report the bytes
+// moved so far to the progress sink, once a buffer.
 #pragma once
 
 #include <cstdint>
@@ -24,7 +25,8 @@ public:
 
 class FileHandle {
 public:
-    enum class Mode { Reading, Updating };
+    // Creating makes a new file for updating and fails if one is there.
+    enum class Mode { Reading, Updating, Creating };
 
     static constexpr std::size_t kDefaultMoveBufferSize = 4 * 1024 * 1024;
 
@@ -35,6 +37,9 @@ public:
 
     static FileHandle forReading(const std::filesystem::path& path) { return FileHandle(path, Mode::Reading); }
     static FileHandle forUpdating(const std::filesystem::path& path) { return FileHandle(path, Mode::Updating); }
+    // Copies the file to a new one at `to` (never over an existing file).
+    static void copyFile(const std::filesystem::path& from, const std::filesystem::path& to,
+                         std::size_t bufferSize = kDefaultMoveBufferSize);
     FileHandle(FileHandle&& other) noexcept;
 
     const std::filesystem::path& path() const { return path_; }

@@ -35,7 +35,7 @@ std::string processName()
 
 }  // namespace
 
-void writeLogLineToStandardError(std::string_view message)
+std::string formatLogLine(std::string_view message)
 {
     using namespace std::chrono;
     static const std::string name = processName();
@@ -46,8 +46,13 @@ void writeLogLineToStandardError(std::string_view message)
     localtime_r(&seconds, &local);
     char stamp[32];
     std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
-    std::string line = fmt::format("{}.{:03} {}[{}:{}] {}\n", stamp, millis, name, getpid(),
-                                   static_cast<long>(syscall(SYS_gettid)), message);
+    return fmt::format("{}.{:03} {}[{}:{}] {}\n", stamp, millis, name, getpid(), static_cast<long>(syscall(SYS_gettid)),
+                       message);
+}
+
+void writeLogLineToStandardError(std::string_view message)
+{
+    const std::string line = formatLogLine(message);
     std::fwrite(line.data(), 1, line.size(), stderr);
 }
 

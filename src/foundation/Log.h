@@ -38,6 +38,10 @@ void logAt(std::string_view file, int line, fmt::format_string<Args...> format, 
 // Replaces the sink for the whole process; returns the previous one.
 LogSink setLogSink(LogSink sink);
 
+// The line as the system log keeps it: time stamp, process, thread, message
+// and a newline.
+std::string formatLogLine(std::string_view message);
+
 // The standard-error sink.
 void writeLogLineToStandardError(std::string_view message);
 

@@ -20,21 +20,15 @@ constexpr std::string_view kAddChapters = "-[QTDataEditor addChapters:toFile:pat
 constexpr std::uint32_t kChapterTrackID = 2;
 constexpr std::uint32_t kImageTrackID = 3;
 
-bool isBlank(const std::string& text)
-{
-    return text.find_first_not_of(" \t\n\r\v\f") == std::string::npos;
-}
-
 std::string chapterName(const Value& transition, std::int64_t position)
 {
-    auto title = transition.stringForKey("slideTitle");
-    if (title && !isBlank(*title)) {
-        logMethod(kAddChapters, "Using given chapter name: {}", *title);
-        return *title;
+    const ChapterTitle title = chapterTitle(transition, position);
+    if (title.given) {
+        logMethod(kAddChapters, "Using given chapter name: {}", title.text);
+    } else {
+        logMethod(kAddChapters, "Generating chapter name: {}", title.text);
     }
-    std::string generated = fmt::format("Chapter {}", position);
-    logMethod(kAddChapters, "Generating chapter name: {}", generated);
-    return generated;
+    return title.text;
 }
 
 Bytes chapterReference(TrackAtoms& atoms)

@@ -12,7 +12,8 @@ struct PointSize {
     int height = 0;
 };
 
-// Truncated to whole points; 72 dpi when the file states no resolution.
+// Rounded to whole points; 72 dpi when the file states no resolution. The
+// resizer's pictures state 72 dpi, so for them this is the size in pixels.
 // Nothing when the picture cannot be read.
 std::optional<PointSize> imageSizeInPoints(const std::filesystem::path& path);
 

@@ -1,5 +1,7 @@
 #include "tracks/TextSamples.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 #include "foundation/FourCC.h"
@@ -15,7 +17,19 @@ void putLengthAndText(ByteWriter& writer, std::string_view text)
     writer.putU16BE(static_cast<std::uint16_t>(text.size())).putString(text);
 }
 
+bool isBlank(const std::string& text)
+{
+    return text.find_first_not_of(" \t\n\r\v\f") == std::string::npos;
+}
+
 }  // namespace
+
+ChapterTitle chapterTitle(const Value& transition, std::int64_t position)
+{
+    auto title = transition.stringForKey("slideTitle");
+    if (title && !isBlank(*title)) return {*title, true};
+    return {fmt::format("Chapter {}", position), false};
+}
 
 Bytes chapterSample(std::string_view name)
 {

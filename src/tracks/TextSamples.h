@@ -7,8 +7,17 @@
 #include <string_view>
 
 #include "foundation/Bytes.h"
+#include "foundation/Value.h"
 
 namespace quillora {
+
+struct ChapterTitle {
+    std::string text;
+    bool given = false;  // the slide's own title, not a made-up one
+};
+// A slide's chapter name: its "slideTitle", or "Chapter N" (N counted from 1)
+// when that is missing or blank.
+ChapterTitle chapterTitle(const Value& transition, std::int64_t position);
 
 // Length (16 bits), the UTF-8 name, then an 'encd' atom.
 Bytes chapterSample(std::string_view name);
