@@ -7,9 +7,11 @@
 #include <bit>
 #include <tuple>
 
+#include "TrackTestSupport.h"
 #include "tracks/ColorData.h"
 
 using namespace quillora;
+using quillora::test::chars;
 
 namespace {
 
@@ -39,11 +41,6 @@ Bytes archived(std::uint8_t space, const std::vector<float>& components, bool bi
     return out.take();
 }
 
-Bytes text(std::string_view value)
-{
-    return Bytes(value.begin(), value.end());
-}
-
 void expectColor(const Bytes& data, std::array<double, 4> expected)
 {
     auto color = colorComponentsFromData(data);
@@ -54,22 +51,20 @@ void expectColor(const Bytes& data, std::array<double, 4> expected)
 
 }  // namespace
 
-TEST(ColorData, ReadsHexTextAndArchivedRgbOrWhiteInEitherByteOrder)
+TEST(ColorData, ReadsHexTextAndArchivedRgbOrWhiteInEitherByteOrderAndPremultiplies)
 {
-    expectColor(text(" #FF8000\n"), {1, 128 / 255.0, 0, 1});
-    expectColor(text("#00ff0033"), {0, 1, 0, 51 / 255.0});
+    expectColor(chars(" #FF8000\n"), {1, 128 / 255.0, 0, 1});
+    expectColor(chars("#00ff0033"), {0, 1, 0, 51 / 255.0});
     expectColor(archived(1, {1, 0.5f, 0.25f, 0.75f}), {1, 0.5, 0.25, 0.75});
     expectColor(archived(2, {0, 0.125f, 1, 1}, true), {0, 0.125, 1, 1});
     expectColor(archived(3, {0.75f, 1}), {0.75, 0.75, 0.75, 1});
     expectColor(archived(4, {0, 0.5f}, true), {0, 0, 0, 0.5});
     expectColor(archived(2, {2, -1, 0.5f, 1}), {1, 0, 0.5, 1});  // clamped
-}
 
-TEST(ColorData, PremultipliesSixteenBitComponentsByAlpha)
-{
+    // As 16-bit components premultiplied by alpha: 0.5 * 65535 = 32767.5 and
+    // 0.125 * 65535 = 8191.875, truncated.
     RGBColor color;
     ASSERT_TRUE(QRGetRGBColorFromData(archived(1, {1, 0.25f, 0, 0.5f}), color));
-    // 0.5 * 65535 = 32767.5 and 0.125 * 65535 = 8191.875: truncated.
     EXPECT_EQ(std::tuple(color.red, color.green, color.blue), std::tuple(32767, 8191, 0));
     ASSERT_TRUE(QRGetRGBColorFromData(archived(3, {0.5f, 1}), color));
     EXPECT_EQ(color.blue, 32767);
@@ -87,9 +82,9 @@ TEST(ColorData, AnythingElseIsNoColourAndLeavesTheOutputAlone)
         archived(1, {1, 1, 1}),
         archived(2, {1, 1, 1, 1}, false, "NSFont"),
         archived(2, {std::bit_cast<float>(0x7FC00000u), 0, 0, 1}),
-        text("\x04\x0bstreamtyped garbage"),
-        text("#GG0000"),
-        text("FF8000"),
+        chars("\x04\x0bstreamtyped garbage"),
+        chars("#GG0000"),
+        chars("FF8000"),
     };
     for (std::size_t length = 0; length < valid.size(); ++length) {
         rejected.emplace_back(valid.begin(), valid.begin() + static_cast<std::ptrdiff_t>(length));

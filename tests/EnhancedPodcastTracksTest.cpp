@@ -1,6 +1,5 @@
 // All atom-built tracks on one recording, in the export's order: every chunk
-// offset of every track still points at its own sample, and other people's
-// readers play the file and find its chapters and pictures.
+// offset of every track still points at its own sample, and ffmpeg plays it.
 #include <gtest/gtest.h>
 
 #include "TestSupport.h"
@@ -31,7 +30,7 @@ std::vector<Bytes> audioChunkHeads(const WrittenFile& file, std::size_t audioTra
 
 }  // namespace
 
-TEST_P(EnhancedPodcastTracks, EveryChunkOffsetPointsAtItsSampleAndReadersPlayIt)
+TEST_P(EnhancedPodcastTracks, EveryChunkOffsetPointsAtItsSampleAndFfmpegDecodesIt)
 {
     TemporaryFolder folder;
     const auto path = copyFixture(GetParam().fixture, folder);
@@ -71,18 +70,9 @@ TEST_P(EnhancedPodcastTracks, EveryChunkOffsetPointsAtItsSampleAndReadersPlayIt)
     written.expectSamples(written.traks[audio + 2], links);
     if (GetParam().withNotes) written.expectSamples(written.traks.back(), notes);
 
+    // The host's export test reads the chapters and pictures with ffprobe; here
+    // every layout, notes included, must still decode.
     EXPECT_EQ(ffmpegDecodeErrors(path), "");
-    const auto quoted = shellQuote(path.string());
-    const auto video = runCommand(
-        "ffprobe -v error -select_streams v -show_entries stream=codec_name,nb_frames -of csv=p=0 " + quoted);
-    EXPECT_EQ(video.output, "mjpeg,3\n");  // one picture per slide
-    // The track IDs given here suit a recording with one audio track.
-    if (audio > 1) return;
-    // id, time base, start, start time, end, end time, title
-    EXPECT_EQ(runCommand("ffprobe -v error -show_chapters -of csv=p=0 " + quoted).output,
-              "0,1/600,0,0.000000,600,1.000000,Welcome\n"
-              "1,1/600,600,1.000000,1500,2.500000,Method\n"
-              "2,1/600,1500,2.500000,3000,5.000000,Results\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Layouts, EnhancedPodcastTracks,

@@ -77,8 +77,8 @@ TEST(ErrorStrings, RefusesMalformedTextNamingTheLine)
 
 TEST(ErrorStrings, ShippedTableHasTextsForEveryExportReason)
 {
-    const auto sourceFolder = test::fixture("").parent_path().parent_path().parent_path();
-    auto table = ErrorStrings::fromFile(sourceFolder / "resources/errorStrings.strings");
+    const auto table = ErrorStrings::fromFile(test::fixture("").parent_path().parent_path().parent_path() /
+                                              "resources/errorStrings.strings");
     for (const char* reason :
          {"Could not add chapters", "Could not add the images", "Could not add metadata.",
           "Could not create the new movie file.", "Could not find source file", "could not create the XML file",
@@ -102,15 +102,14 @@ TEST(ErrorStrings, ProcessTableStartsEmptyAndOutlivesItsReplacement)
     auto held = ErrorStrings::errorStrings();
     ErrorStrings::setErrorStrings(nullptr);
     EXPECT_EQ(ErrorStrings::errorStrings()->lookup("k"), "k");
-    std::thread installer([] {
+    std::thread([] {
         ErrorStrings::setErrorStrings(std::make_shared<ErrorStrings>(ErrorStrings::fromText("\"k\" = \"second\";")));
-    });
-    installer.join();
+    }).join();
     EXPECT_EQ(held->lookup("k"), "first");
     EXPECT_EQ(ErrorStrings::errorStrings()->lookup("k"), "second");
 }
 
-TEST(ErrorCreation, TextsComeFromTheInstalledTable)
+TEST(ErrorCreation, TextsComeFromTheInstalledTableAndThePlaceholderIsFilledByGroup)
 {
     InstalledStrings strings(kTable);
     auto full = errorWithException(NamedException("qtPluginChapFromTransErr", "Could not add chapters"));
@@ -129,11 +128,7 @@ TEST(ErrorCreation, TextsComeFromTheInstalledTable)
 
     auto empty = errorWithName(QuilloraErrors::serverError, "empty", Value());
     EXPECT_FALSE(empty.userInfo.get(kLocalizedDescriptionKey));
-}
 
-TEST(ErrorCreation, RecoveryPlaceholdersAreFilledByGroup)
-{
-    InstalledStrings strings(kTable);
     const auto info = Value::dictionary({{"filePath", "/tmp/out.xml"},
                                          {"address", "http://example.org/feed"},
                                          {"importError", "bad header"},

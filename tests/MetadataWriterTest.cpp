@@ -12,32 +12,27 @@
 
 using namespace quillora;
 
+using namespace quillora::test;
+
 namespace {
 
-// One item: size, type, then a `data` atom of text type and locale 0.
-void putItem(ByteWriter& items, std::string_view type, std::string_view bytes)
+// One item: a `data` atom of text type and locale 0 inside an atom of the key's type.
+Bytes item(std::string_view type, std::string_view text)
 {
-    const auto length = static_cast<std::uint32_t>(bytes.size());
-    items.putU32BE(24 + length).putString(type).putU32BE(16 + length).putString("data");
-    items.putU32BE(1).putU32BE(0).putString(bytes);
+    return box(type, {box("data", {u32s({1, 0}), chars(text)})});
 }
 
 // A new udta: meta (version and flags, the 34-byte handler), then the list.
-Bytes expectedUdta(const Bytes& items)
+Bytes expectedUdta(std::initializer_list<Bytes> items)
 {
-    const auto list = static_cast<std::uint32_t>(8 + items.size());
-    ByteWriter udta;
-    udta.putU32BE(8 + 46 + list).putString("udta").putU32BE(46 + list).putString("meta").putU32BE(0);
-    udta.putU32BE(34).putString("hdlr").putU32BE(0).putU32BE(0).putString("mdir").putString("appl");
-    udta.putU32BE(0).putU32BE(0).putU8(0).putU8(0);
-    udta.putU32BE(list).putString("ilst").putBytes(items);
-    return udta.take();
+    const Bytes handler = box("hdlr", {u32s({0, 0}), chars("mdirappl"), u32s({0, 0}), Bytes(2)});
+    return box("udta", {box("meta", {u32s({0}), handler, box("ilst", {join(items)})})});
 }
 
 // The udta below moov, which must be moov's last child.
 Bytes movieUdta(const std::filesystem::path& path)
 {
-    const test::WrittenFile file(path);
+    const WrittenFile file(path);
     const auto moov = file.tree.find({atom::moov}).value_or(toolbox::AtomNode{});
     const auto children = file.tree.childrenOf(moov);
     EXPECT_TRUE(!children.empty() && children.back().type == atom::udta);
@@ -48,13 +43,10 @@ Bytes movieUdta(const std::filesystem::path& path)
 // pointing at the same audio.
 std::vector<Bytes> chunkHeads(const std::filesystem::path& path)
 {
-    const Bytes bytes = test::readFile(path);
-    const auto at = [&](std::uint64_t offset) {
-        return bytes.begin() + static_cast<std::ptrdiff_t>(std::min<std::uint64_t>(offset, bytes.size()));
-    };
+    const WrittenFile file(path);
     std::vector<Bytes> heads;
-    for (const auto& track : test::chunkOffsetsByTrack(path)) {
-        for (auto offset : track.offsets) heads.emplace_back(at(offset), at(offset + 16));
+    for (const auto& trak : file.traks) {
+        for (auto offset : file.table(trak, atom::stco)) heads.push_back(file.at(offset, 16));
     }
     return heads;
 }
@@ -70,8 +62,8 @@ void writeMetadata(const Value& tags, const std::filesystem::path& path)
 
 TEST(MetadataWriter, CreatesTheContainersThenReplacesOnlyTheList)
 {
-    test::TemporaryFolder folder;
-    const auto path = test::copyFixture("recording-no-udta.m4a", folder);
+    TemporaryFolder folder;
+    const auto path = copyFixture("recording-no-udta.m4a", folder);
     const auto headsBefore = chunkHeads(path);
     // "Café" is 4 UTF-16 units but 5 UTF-8 bytes; "a" + U+1F600 is 3 units, 5 bytes.
     Value tags = valueFromJson(R"({"title": "Café", "tracknum": "3", "className": "Optics", "class name": "Physics 2",
@@ -81,13 +73,9 @@ TEST(MetadataWriter, CreatesTheContainersThenReplacesOnlyTheList)
 
     EXPECT_TRUE(log.contains("-[QTDataEditor addMetadata:toFile:path:]  Writing MetaData {"));
     EXPECT_EQ(tags.asDictionary()->entries()[4], (Dictionary::Entry{"software", "Quillora"}));
-    ByteWriter items;
-    putItem(items, "\251nam", "Caf\xC3");
-    putItem(items, "trkn", "\x33");
-    putItem(items, "tvsh", "Physics 2");
-    putItem(items, "\251swr", "Quillora");
-    putItem(items, "\251alb", "a\xF0\x9F");
-    EXPECT_EQ(movieUdta(path), expectedUdta(items.bytes()));
+    EXPECT_EQ(movieUdta(path),
+              expectedUdta({item("\251nam", "Caf\xC3"), item("trkn", "\x33"), item("tvsh", "Physics 2"),
+                            item("\251swr", "Quillora"), item("\251alb", "a\xF0\x9F")}));
 
     // Unknown keys only, through the entry point that opens the file itself: the
     // new list holds the software item alone, under the same meta.
@@ -97,11 +85,8 @@ TEST(MetadataWriter, CreatesTheContainersThenReplacesOnlyTheList)
     EXPECT_TRUE(log.contains("-[QTDataEditor addMetadata:toFileAtPath:]  Writing MetaData"));
     EXPECT_TRUE(editor.addMetadata(Value::dictionary(), folder.path() / "missing.m4a"));
     EXPECT_FALSE(std::filesystem::exists(folder.path() / "missing.m4a"));
-    ByteWriter softwareOnly;
-    putItem(softwareOnly, "\251swr", "Quillora");
-    EXPECT_EQ(movieUdta(path), expectedUdta(softwareOnly.bytes()));
+    EXPECT_EQ(movieUdta(path), expectedUdta({item("\251swr", "Quillora")}));
     EXPECT_EQ(chunkHeads(path), headsBefore);
-    EXPECT_EQ(test::ffmpegDecodeErrors(path), "");
 }
 
 class MetadataWriterLayouts : public testing::TestWithParam<const char*> {};
@@ -110,20 +95,19 @@ class MetadataWriterLayouts : public testing::TestWithParam<const char*> {};
 // existing list that the new one replaces.
 TEST_P(MetadataWriterLayouts, KeepsTheAudioAndReadsBackWithMutagen)
 {
-    test::TemporaryFolder folder;
-    const auto path = test::copyFixture(GetParam(), folder);
+    TemporaryFolder folder;
+    const auto path = copyFixture(GetParam(), folder);
     const auto headsBefore = chunkHeads(path);
     writeMetadata(valueFromJson(R"({"title": "Lecture 4", "author": "Ann Lee", "copyright": "2024 Ann Lee",
                                     "university": "North College", "class name": "Physics"})"),
                   path);
     EXPECT_EQ(chunkHeads(path), headsBefore);
-    EXPECT_EQ(test::ffmpegDecodeErrors(path), "");
+    EXPECT_EQ(ffmpegDecodeErrors(path), "");
 
     const std::string script = "import json, sys, mutagen.mp4\n"
                                "tags = mutagen.mp4.MP4(sys.argv[1]).tags\n"
                                "print(json.dumps({k: str(v[0]) for k, v in tags.items()}))\n";
-    auto result = test::runCommand("/usr/bin/python3 -c " + test::shellQuote(script) + " " +
-                                   test::shellQuote(path.string()) + " 2>&1");
+    auto result = runCommand("/usr/bin/python3 -c " + shellQuote(script) + " " + shellQuote(path.string()) + " 2>&1");
     ASSERT_EQ(result.status, 0) << result.output;
     EXPECT_EQ(valueFromJson(result.output),
               valueFromJson(R"({"©nam": "Lecture 4", "©ART": "Ann Lee", "©cpy": "2024 Ann Lee",

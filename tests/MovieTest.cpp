@@ -7,32 +7,27 @@
 
 using namespace quillora;
 
-TEST(Movie, ReadsTimeScaleDurationAndTracksOfBothLayouts)
+TEST(Movie, ReadsTimeScaleDurationAndTracksAsFfprobeDoes)
 {
     for (const char* name : {"recording-moov-first.m4a", "recording-moov-last.m4a", "recording-six-tracks.m4a"}) {
         SCOPED_TRACE(name);
         auto movie = toolbox::Movie::movieWithFile(test::fixture(name));
         ASSERT_TRUE(movie);
         EXPECT_EQ(movie->timeScale(), 600u);
-        // ffprobe agrees on the duration in seconds.
-        auto probe = test::runCommand("ffprobe -v error -show_entries format=duration -of csv=p=0 " +
+        auto probe = test::runCommand("ffprobe -v error -show_entries format=nb_streams,duration -of csv=p=0 " +
                                       test::shellQuote(test::fixture(name).string()));
         ASSERT_EQ(probe.status, 0) << probe.output;
-        EXPECT_NEAR(static_cast<double>(movie->duration()) / 600.0, std::stod(probe.output), 0.05);
+        const auto comma = probe.output.find(',');
+        EXPECT_EQ(std::to_string(movie->tracks().size()), probe.output.substr(0, comma));
+        EXPECT_NEAR(static_cast<double>(movie->duration()) / 600.0, std::stod(probe.output.substr(comma + 1)), 0.05);
         for (std::size_t i = 0; i < movie->tracks().size(); ++i) {
             EXPECT_EQ(movie->tracks()[i].trackID, i + 1);
             EXPECT_EQ(movie->tracks()[i].handlerType, fourCC("soun"));
         }
     }
-    EXPECT_EQ(toolbox::Movie::movieWithFile(test::fixture("recording-six-tracks.m4a"))->tracks().size(), 6u);
-}
-
-TEST(Movie, RefusesFilesThatAreNotMoviesWithAReason)
-{
     std::string error;
     EXPECT_FALSE(toolbox::Movie::movieWithFile(test::fixture("slide.png"), &error));
     EXPECT_FALSE(error.empty());
-    error.clear();
     EXPECT_FALSE(toolbox::Movie::movieWithFile("/nonexistent/recording.m4a", &error));
     EXPECT_NE(error.find("No such file"), std::string::npos);
 }

@@ -1,4 +1,4 @@
-// The editor's construction and the setters that prepare folders.
+// The editor's setters that prepare folders, and the notification that ends a write.
 #include <gtest/gtest.h>
 
 #include "QTDataEditor.h"
@@ -6,15 +6,10 @@
 
 using namespace quillora;
 
-TEST(QTDataEditor, StartsQuietWithTheWildcardZeroAndPreparesFolders)
+TEST(QTDataEditor, PreparesFoldersAndNotesTheEndOfAWrite)
 {
-    QTDataEditor editor;
-    EXPECT_FALSE(editor.atomDebugging());
-    EXPECT_FALSE(editor.doneWritingFile());
-    EXPECT_EQ(editor.kQTInfoAnyAtomType(), 0);
-    EXPECT_EQ(editor.sourceFileHandle(), nullptr);
-
     test::TemporaryFolder folder;
+    QTDataEditor editor;
     const auto scratch = folder.path() / "a" / "b" / "scratch";
     editor.setTempProcessingFolderPath(scratch.string());
     EXPECT_TRUE(std::filesystem::is_directory(scratch));
@@ -24,6 +19,7 @@ TEST(QTDataEditor, StartsQuietWithTheWildcardZeroAndPreparesFolders)
     EXPECT_TRUE(std::filesystem::is_directory(copy.parent_path()));
     EXPECT_FALSE(std::filesystem::exists(copy));
 
+    EXPECT_FALSE(editor.doneWritingFile());
     editor.acceptDataAvailableNotification();
     EXPECT_TRUE(editor.doneWritingFile());
 }

@@ -7,7 +7,7 @@
 
 using namespace quillora;
 
-TEST(QuilloraTemplate, DictionaryFormAlwaysHasTheFourKeys)
+TEST(QuilloraTemplate, DictionaryFormAlwaysHasTheFourKeysAndKeyedAccessOnlyThose)
 {
     auto empty = QuilloraTemplate::templateWithDictionaryRepresentation(Value::dictionary());
     EXPECT_EQ(
@@ -22,19 +22,11 @@ TEST(QuilloraTemplate, DictionaryFormAlwaysHasTheFourKeys)
                   {{"name", "Weekly"}, {"format", ".m4b"}, {"pluginClassName", "QuickTimePlugin"}, {"tags", tags}}));
     EXPECT_EQ(full.tags().asDictionary(), tags.asDictionary());  // the same dictionary, not a copy
     EXPECT_EQ(QuilloraTemplate(full.dictionaryRepresentation()), full);
-}
 
-TEST(QuilloraTemplate, KeyedAccessCoversTheFourFieldsOnly)
-{
-    QuilloraTemplate exportTemplate;
-    exportTemplate.setObject(".mov", kQuilloraTemplateFormatKey);
-    EXPECT_EQ(exportTemplate.format(), ".mov");
-    exportTemplate.setName("Lecture");
-    EXPECT_EQ(exportTemplate.objectForKey("name"), Value("Lecture"));
-    exportTemplate.setObject(Value(), "name");
-    EXPECT_FALSE(exportTemplate.name());
-    EXPECT_THROW(exportTemplate.objectForKey("Name"), UnknownTemplateKey);
-    EXPECT_THROW(exportTemplate.setObject("x", "title"), UnknownTemplateKey);
+    full.setObject(".mov", kQuilloraTemplateFormatKey);
+    EXPECT_EQ(full.format(), ".mov");
+    EXPECT_THROW(full.objectForKey("Name"), UnknownTemplateKey);
+    EXPECT_THROW(full.setObject("x", "title"), UnknownTemplateKey);
 }
 
 TEST(QuilloraTemplate, FilesReadBackEqualAndEmptyFieldsStayEmpty)
