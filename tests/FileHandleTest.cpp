@@ -9,7 +9,11 @@
 
 using namespace quillora;
 
-TEST(FileHandle, InsertAndRemoveMatchAPlainVectorForEveryBufferSize)
+// Random inserts, removals, overwrites and cuts against a plain vector, with
+// every read checked before the file is written; the file on disk changes
+// only when the edits are written (at close, or when the bytes held in memory
+// pass the limit), and then equals the vector.
+TEST(FileHandle, EditsMatchAPlainVectorForEveryBufferSizeAndLimit)
 {
     test::TemporaryFolder folder;
     auto path = folder.path() / "data";
@@ -18,26 +22,50 @@ TEST(FileHandle, InsertAndRemoveMatchAPlainVectorForEveryBufferSize)
     for (auto& b : model) b = static_cast<std::uint8_t>(random());
     test::writeFile(path, model);
 
-    for (std::size_t buffer : {std::size_t{1}, std::size_t{3}, std::size_t{64}, std::size_t{4096}}) {
+    struct Case {
+        std::size_t buffer;
+        std::size_t pendingLimit;
+    };
+    for (Case c : {Case{1, 1u << 20}, Case{3, 1u << 20}, Case{64, 100}, Case{4096, 0}}) {
+        const Bytes original = model;
         FileHandle file(path, FileHandle::Mode::Updating);
-        file.setMoveBufferSize(buffer);
-        for (int round = 0; round < 20; ++round) {
-            const auto offset = static_cast<std::int64_t>(random() % (model.size() + 1));
-            if (random() % 2) {
-                Bytes data(random() % 50, static_cast<std::uint8_t>(round));
+        file.setMoveBufferSize(c.buffer);
+        file.setPendingLimit(c.pendingLimit);
+        for (int round = 0; round < 60; ++round) {
+            const auto size = static_cast<std::int64_t>(model.size());
+            const auto offset = static_cast<std::int64_t>(random() % (model.size() + 3));
+            const auto count = static_cast<std::int64_t>(random() % 60);
+            Bytes data(random() % 50, static_cast<std::uint8_t>(round));
+            if (offset > size) model.resize(static_cast<std::size_t>(offset));
+            switch (random() % 4) {
+            case 0:
                 file.insertBytes(offset, data);
                 model.insert(model.begin() + offset, data.begin(), data.end());
-            } else {
-                const auto count = static_cast<std::int64_t>(random() % 60);
+                break;
+            case 1:
                 file.removeBytes(offset, count);
                 model.erase(model.begin() + offset,
-                            model.begin() +
-                                std::min<std::int64_t>(offset + count, static_cast<std::int64_t>(model.size())));
+                            model.begin() + std::min<std::int64_t>(offset + count, std::max(size, offset)));
+                break;
+            case 2:
+                file.seekToFileOffset(offset);
+                file.writeData(data);
+                if (offset + std::ssize(data) > std::ssize(model)) model.resize(offset + data.size());
+                std::copy(data.begin(), data.end(), model.begin() + offset);
+                break;
+            default:
+                file.truncateFileAtOffset(offset);
+                model.resize(static_cast<std::size_t>(offset));
             }
-            ASSERT_EQ(file.length(), static_cast<std::int64_t>(model.size())) << "buffer " << buffer;
+            ASSERT_EQ(file.length(), std::ssize(model)) << "buffer " << c.buffer << " round " << round;
+            file.seekToFileOffset(0);
+            ASSERT_EQ(file.readDataToEndOfFile(), model) << "buffer " << c.buffer << " round " << round;
+        }
+        if (c.pendingLimit > 1000) {
+            EXPECT_EQ(test::readFile(path), original) << "written before closing";
         }
         file.closeFile();
-        EXPECT_EQ(test::readFile(path), model) << "buffer " << buffer;
+        EXPECT_EQ(test::readFile(path), model) << "buffer " << c.buffer;
     }
 }
 

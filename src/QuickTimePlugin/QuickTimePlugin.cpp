@@ -343,6 +343,14 @@ bool QuickTimePlugin::copyCompletedWorkingFileToDestination()
     std::filesystem::remove(resultFilePath(), ignored);
     std::error_code failure;
     std::filesystem::copy_file(workingFilePath(), resultFilePath(), failure);
+    // The finished file is the user's: make it durable before saying it is there.
+    if (!failure) {
+        try {
+            FileHandle(resultFilePath(), FileHandle::Mode::Reading).synchronizeFile();
+        } catch (const FileError& error) {
+            failure = error.code();
+        }
+    }
     QUILLORA_ASSERT(!failure, std::string(kCopyToDestination),
                     fmt::format("could not move the media file from {} to {}", workingFilePath(), resultFilePath()));
     NotificationCenter::defaultCenter().post({QuilloraQuickTimePluginExportCompleteNotification, this,

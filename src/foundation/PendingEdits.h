@@ -1,0 +1,57 @@
+// The edits made to an open file that have not reached it yet, as a list of
+// pieces: ranges of the file as it is on disk, bytes held in memory, and runs
+// of zeros. Every read of the handle goes through this list, so the edits are
+// seen at once; the file itself is rewritten once, when the edits are written.
+//
+// Many edits of one export touch the same few places (an atom's size, a chunk
+// offset table), so a write that falls inside bytes already held in memory
+// changes them there instead of adding a piece.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <vector>
+
+#include "foundation/Bytes.h"
+
+namespace quillora {
+
+class PendingEdits {
+public:
+    enum class Source { File, Memory, Zeros };
+    struct Piece {
+        Source source = Source::File;
+        std::int64_t offset = 0;  // in the file on disk, or in the bytes held in memory
+        std::int64_t length = 0;
+    };
+    // Reads length bytes of the file on disk at offset into data.
+    using FileReader = std::function<void(std::int64_t offset, std::uint8_t* data, std::size_t length)>;
+
+    explicit PendingEdits(std::int64_t fileLength);
+
+    std::int64_t length() const { return length_; }
+    const std::vector<Piece>& pieces() const { return pieces_; }
+    std::span<const std::uint8_t> memory(const Piece& piece) const;
+    std::size_t bytesInMemory() const { return memory_.size(); }
+
+    // Replaces count bytes at offset (clipped to the end) with data; an
+    // offset past the end first extends the content with zeros.
+    void replace(std::int64_t offset, std::int64_t count, std::span<const std::uint8_t> data);
+    // Overwrites, extending the content when the data runs past its end.
+    void write(std::int64_t offset, std::span<const std::uint8_t> data);
+    // Copies the content at offset (which must lie within it) into data.
+    void read(std::int64_t offset, std::uint8_t* data, std::size_t length, const FileReader& readFile) const;
+
+private:
+    // The index of the piece that starts at offset, splitting one if needed;
+    // pieces_.size() for the end.
+    std::size_t splitAt(std::int64_t offset);
+    bool overwriteInMemory(std::int64_t offset, std::span<const std::uint8_t> data);
+
+    std::vector<Piece> pieces_;
+    Bytes memory_;
+    std::int64_t length_ = 0;
+};
+
+}  // namespace quillora
