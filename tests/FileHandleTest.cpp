@@ -26,11 +26,15 @@ TEST(FileHandle, EditsMatchAPlainVectorForEveryBufferSizeAndLimit)
         std::size_t buffer;
         std::size_t pendingLimit;
     };
-    for (Case c : {Case{1, 1u << 20}, Case{3, 1u << 20}, Case{64, 100}, Case{4096, 0}}) {
+    for (Case c : {Case{1, 2u << 20}, Case{3, 2u << 20}, Case{64, 100}, Case{4096, 0}}) {
         const Bytes original = model;
         FileHandle file(path, FileHandle::Mode::Updating);
         file.setMoveBufferSize(c.buffer);
         file.setPendingLimit(c.pendingLimit);
+        // More than one block of memory, so later insertions go to another.
+        const Bytes large(1300000, 7);
+        file.insertBytes(10, large);
+        model.insert(model.begin() + 10, large.begin(), large.end());
         for (int round = 0; round < 60; ++round) {
             const auto size = static_cast<std::int64_t>(model.size());
             const auto offset = static_cast<std::int64_t>(random() % (model.size() + 3));
@@ -61,7 +65,7 @@ TEST(FileHandle, EditsMatchAPlainVectorForEveryBufferSizeAndLimit)
             file.seekToFileOffset(0);
             ASSERT_EQ(file.readDataToEndOfFile(), model) << "buffer " << c.buffer << " round " << round;
         }
-        if (c.pendingLimit > 1000) {
+        if (c.pendingLimit > large.size()) {
             EXPECT_EQ(test::readFile(path), original) << "written before closing";
         }
         file.closeFile();

@@ -5,6 +5,10 @@
 
 namespace quillora {
 
+namespace {
+constexpr std::size_t kBlockSize = 1024 * 1024;
+}
+
 PendingEdits::PendingEdits(std::int64_t fileLength) : length_(fileLength)
 {
     if (fileLength > 0) pieces_.push_back({Source::File, 0, fileLength});
@@ -12,7 +16,7 @@ PendingEdits::PendingEdits(std::int64_t fileLength) : length_(fileLength)
 
 std::span<const std::uint8_t> PendingEdits::memory(const Piece& piece) const
 {
-    return {memory_.data() + piece.offset, static_cast<std::size_t>(piece.length)};
+    return {blocks_[piece.block].data() + piece.offset, static_cast<std::size_t>(piece.length)};
 }
 
 std::size_t PendingEdits::splitAt(std::int64_t offset)
@@ -61,18 +65,26 @@ void PendingEdits::replace(std::int64_t offset, std::int64_t count, std::span<co
         }
         return;
     }
-    const auto size = static_cast<std::int64_t>(memory_.size());
+    if (blocks_.empty() || blocks_.back().size() + data.size() > blocks_.back().capacity()) {
+        blocks_.emplace_back().reserve(std::max(kBlockSize, data.size()));
+    }
+    Bytes& block = blocks_.back();
+    const std::size_t index = blocks_.size() - 1;
+    const auto at = static_cast<std::int64_t>(block.size());
     const auto added = static_cast<std::int64_t>(data.size());
+    block.insert(block.end(), data.begin(), data.end());
+    bytesInMemory_ += data.size();
+    length_ += added;
     // Bytes inserted one after another (samples appended to the media data)
     // stay one piece.
-    if (first > 0 && pieces_[first - 1].source == Source::Memory &&
-        pieces_[first - 1].offset + pieces_[first - 1].length == size) {
-        pieces_[first - 1].length += added;
-    } else {
-        pieces_.insert(pieces_.begin() + static_cast<std::ptrdiff_t>(first), Piece{Source::Memory, size, added});
+    if (first > 0) {
+        Piece& before = pieces_[first - 1];
+        if (before.source == Source::Memory && before.block == index && before.offset + before.length == at) {
+            before.length += added;
+            return;
+        }
     }
-    memory_.insert(memory_.end(), data.begin(), data.end());
-    length_ += added;
+    pieces_.insert(pieces_.begin() + static_cast<std::ptrdiff_t>(first), Piece{Source::Memory, at, added, index});
 }
 
 bool PendingEdits::overwriteInMemory(std::int64_t offset, std::span<const std::uint8_t> data)
@@ -82,7 +94,7 @@ bool PendingEdits::overwriteInMemory(std::int64_t offset, std::span<const std::u
     for (const Piece& piece : pieces_) {
         if (offset < start + piece.length) {
             if (piece.source != Source::Memory || offset + count > start + piece.length) return false;
-            std::memcpy(memory_.data() + piece.offset + (offset - start), data.data(), data.size());
+            std::memcpy(blocks_[piece.block].data() + piece.offset + (offset - start), data.data(), data.size());
             return true;
         }
         start += piece.length;
@@ -111,7 +123,7 @@ void PendingEdits::read(std::int64_t offset, std::uint8_t* data, std::size_t len
                 readFile(piece.offset + within, data, count);
                 break;
             case Source::Memory:
-                std::memcpy(data, memory_.data() + piece.offset + within, count);
+                std::memcpy(data, blocks_[piece.block].data() + piece.offset + within, count);
                 break;
             case Source::Zeros:
                 std::memset(data, 0, count);

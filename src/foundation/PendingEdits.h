@@ -22,8 +22,9 @@ public:
     enum class Source { File, Memory, Zeros };
     struct Piece {
         Source source = Source::File;
-        std::int64_t offset = 0;  // in the file on disk, or in the bytes held in memory
+        std::int64_t offset = 0;  // in the file on disk, or in its block of memory
         std::int64_t length = 0;
+        std::size_t block = 0;  // for bytes held in memory
     };
     // Reads length bytes of the file on disk at offset into data.
     using FileReader = std::function<void(std::int64_t offset, std::uint8_t* data, std::size_t length)>;
@@ -33,7 +34,7 @@ public:
     std::int64_t length() const { return length_; }
     const std::vector<Piece>& pieces() const { return pieces_; }
     std::span<const std::uint8_t> memory(const Piece& piece) const;
-    std::size_t bytesInMemory() const { return memory_.size(); }
+    std::size_t bytesInMemory() const { return bytesInMemory_; }
 
     // Replaces count bytes at offset (clipped to the end) with data; an
     // offset past the end first extends the content with zeros.
@@ -49,8 +50,11 @@ private:
     std::size_t splitAt(std::int64_t offset);
     bool overwriteInMemory(std::int64_t offset, std::span<const std::uint8_t> data);
 
+    // Inserted bytes live in blocks that are never reallocated once full, so
+    // holding many megabytes never needs twice as many while a block grows.
+    std::vector<Bytes> blocks_;
+    std::size_t bytesInMemory_ = 0;
     std::vector<Piece> pieces_;
-    Bytes memory_;
     std::int64_t length_ = 0;
 };
 
