@@ -6,9 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <deque>
 #include <filesystem>
-#include <future>
 #include <thread>
 #include <vips/vips8>
 
@@ -16,6 +14,7 @@
 #include "QuickTimePlugin/TransitionKeys.h"
 #include "foundation/Log.h"
 #include "foundation/UserDefaults.h"
+#include "support/InOrderWork.h"
 
 namespace quillora {
 
@@ -356,48 +355,43 @@ void ImageResizer::scaleDownImage(Image& image, const Rect& rect, bool logged) c
               sizeString(image.size));
 }
 
-// As many pictures are drawn at once as there are cores, each on its own
-// thread; they are written, and their lines logged, one by one in the order
-// of the list, so the files and the log are those of drawing them in turn.
-// Only that many are ever held, so memory does not grow with the list.
+// As many pictures are drawn at once as there are cores; they are written,
+// and their lines logged, one by one in the order of the list, so the files
+// and the log are those of drawing them in turn. Only a few drawings wait to
+// be written at any time, so memory does not grow with the list.
 bool ImageResizer::resizeImages(std::vector<Image>& images, const Array& transitions, Rect rect)
 {
     if (hasLinks_) {
         const double inset = textBlock_.height;
         rect = Rect{rect.x + inset, rect.y + inset, rect.width - 2 * inset, rect.height - 2 * inset};
     }
-    const std::size_t drawingsAtOnce = std::max(1u, std::thread::hardware_concurrency());
-    struct Pending {
-        std::size_t index;
-        std::string path;
-        std::future<Drawing> drawing;
-    };
-    std::deque<Pending> pending;
-    bool result = true;
-    auto writeNext = [&] {
-        Pending next = std::move(pending.front());
-        pending.pop_front();
-        const Drawing drawing = next.drawing.get();
-        if (drawing.framed) scaleDownImage(images[next.index], rect, true);
-        if (drawing.drawError) {
-            logMethod(kDrawImagesMethod, "*** Unable to draw image at path {}: {}", images[next.index].path,
-                      *drawing.drawError);
-            result = false;
-        } else {
-            result = writeImage(drawing, transitions[next.index]) && result;
-        }
-    };
+    std::vector<std::string> outputs;
     for (std::size_t i = 0; i < images.size(); ++i) {
-        // A picture that an earlier one is still to be written over is read
-        // only once that one is in its file.
-        auto writesThisPicture = [&](const Pending& p) { return p.path == images[i].path; };
-        while (std::any_of(pending.begin(), pending.end(), writesThisPicture)) writeNext();
-        std::string path = outputPathFor(transitions[i].stringForKey(QRTransitionImagePathKey).value_or(""));
-        auto drawing = std::async(std::launch::async, &ImageResizer::drawAndEncode, this, images[i], rect, path);
-        pending.push_back({i, std::move(path), std::move(drawing)});
-        if (pending.size() >= drawingsAtOnce) writeNext();
+        outputs.push_back(outputPathFor(transitions[i].stringForKey(QRTransitionImagePathKey).value_or("")));
     }
-    while (!pending.empty()) writeNext();
+    // A picture that an earlier one is written over is read once that one is
+    // in its file.
+    auto mustFollow = [&](std::size_t i) -> std::optional<std::size_t> {
+        for (std::size_t k = i; k-- > 0;) {
+            if (outputs[k] == images[i].path) return k;
+        }
+        return std::nullopt;
+    };
+    const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+    bool result = true;
+    forEachInOrder<Drawing>(
+        images.size(), cores, 2 * cores, mustFollow,
+        [&](std::size_t i) { return drawAndEncode(images[i], rect, outputs[i]); },
+        [&](std::size_t i, Drawing drawing) {
+            if (drawing.framed) scaleDownImage(images[i], rect, true);
+            if (drawing.drawError) {
+                logMethod(kDrawImagesMethod, "*** Unable to draw image at path {}: {}", images[i].path,
+                          *drawing.drawError);
+                result = false;
+            } else {
+                result = writeImage(drawing, transitions[i]) && result;
+            }
+        });
     return result;
 }
 
