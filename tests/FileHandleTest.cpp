@@ -12,7 +12,8 @@ using namespace quillora;
 // Random inserts, removals, overwrites and cuts against a plain vector, with
 // every read checked before the file is written; the file on disk changes
 // only when the edits are written (at close, or when the bytes held in memory
-// pass the limit), and then equals the vector.
+// pass the limit), and then equals the vector. Below the limit insertions stay
+// in memory, past it they go to a side file.
 TEST(FileHandle, EditsMatchAPlainVectorForEveryBufferSizeAndLimit)
 {
     test::TemporaryFolder folder;
@@ -70,6 +71,8 @@ TEST(FileHandle, EditsMatchAPlainVectorForEveryBufferSizeAndLimit)
         }
         file.closeFile();
         EXPECT_EQ(test::readFile(path), model) << "buffer " << c.buffer;
+        // Large insertions past the limit went to a side file that leaves no trace.
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 1);
     }
 }
 

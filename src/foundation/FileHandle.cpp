@@ -22,9 +22,11 @@ FileHandle::FileHandle(const std::filesystem::path& path, Mode mode) : path_(pat
 
 FileHandle::FileHandle(FileHandle&& other) noexcept
     : path_(std::move(other.path_)), fd_(other.fd_), mode_(other.mode_), position_(other.position_),
-      moveBufferSize_(other.moveBufferSize_), pendingLimit_(other.pendingLimit_), edits_(std::move(other.edits_))
+      moveBufferSize_(other.moveBufferSize_), pendingLimit_(other.pendingLimit_), edits_(std::move(other.edits_)),
+      sideFd_(other.sideFd_), sideLength_(other.sideLength_)
 {
     other.fd_ = -1;
+    other.sideFd_ = -1;
     other.edits_.reset();
 }
 
@@ -38,6 +40,7 @@ FileHandle::~FileHandle()
     } catch (const FileError&) {
         // Nothing can be reported from here; the file is as far as it got.
     }
+    closeSideFile();
     ::close(fd_);
 }
 
@@ -74,11 +77,11 @@ std::int64_t FileHandle::seekToEndOfFile()
     return position_;
 }
 
-std::size_t FileHandle::readSome(std::int64_t offset, std::uint8_t* data, std::size_t length)
+std::size_t FileHandle::readSome(int fd, std::int64_t offset, std::uint8_t* data, std::size_t length)
 {
     std::size_t done = 0;
     while (done < length) {
-        ssize_t n = ::pread(fd_, data + done, length - done, offset + static_cast<std::int64_t>(done));
+        ssize_t n = ::pread(fd, data + done, length - done, offset + static_cast<std::int64_t>(done));
         if (n < 0) {
             if (errno == EINTR) continue;
             fail("read");
@@ -89,16 +92,16 @@ std::size_t FileHandle::readSome(std::int64_t offset, std::uint8_t* data, std::s
     return done;
 }
 
-void FileHandle::readFully(std::int64_t offset, std::uint8_t* data, std::size_t length)
+void FileHandle::readFully(int fd, std::int64_t offset, std::uint8_t* data, std::size_t length)
 {
-    if (readSome(offset, data, length) != length) throw FileError(EIO, "short read in " + path_.string());
+    if (readSome(fd, offset, data, length) != length) throw FileError(EIO, "short read in " + path_.string());
 }
 
-void FileHandle::writeFully(std::int64_t offset, const std::uint8_t* data, std::size_t length)
+void FileHandle::writeFully(int fd, std::int64_t offset, const std::uint8_t* data, std::size_t length)
 {
     std::size_t done = 0;
     while (done < length) {
-        ssize_t n = ::pwrite(fd_, data + done, length - done, offset + static_cast<std::int64_t>(done));
+        ssize_t n = ::pwrite(fd, data + done, length - done, offset + static_cast<std::int64_t>(done));
         if (n < 0) {
             if (errno == EINTR) continue;
             fail("write");
@@ -114,11 +117,12 @@ Bytes FileHandle::readDataOfLength(std::size_t length)
     std::int64_t available = std::max<std::int64_t>(0, this->length() - position_);
     Bytes data(std::min<std::size_t>(length, static_cast<std::size_t>(available)));
     if (edits_) {
-        edits_->read(
-            position_, data.data(), data.size(),
-            [this](std::int64_t offset, std::uint8_t* into, std::size_t count) { readFully(offset, into, count); });
+        edits_->read(position_, data.data(), data.size(),
+                     [this](PendingEdits::Source source, std::int64_t offset, std::uint8_t* into, std::size_t count) {
+                         readFully(source == PendingEdits::Source::Side ? sideFd_ : fd_, offset, into, count);
+                     });
     } else {
-        data.resize(readSome(position_, data.data(), data.size()));
+        data.resize(readSome(fd_, position_, data.data(), data.size()));
     }
     position_ += static_cast<std::int64_t>(data.size());
     return data;
@@ -162,10 +166,12 @@ void FileHandle::closeFile()
     try {
         writePendingEdits();
     } catch (const FileError&) {
+        closeSideFile();
         fd_ = -1;
         ::close(fd);
         throw;
     }
+    closeSideFile();
     fd_ = -1;
     if (::close(fd) != 0) fail("close");
 }
@@ -180,19 +186,20 @@ PendingEdits& FileHandle::pendingEdits()
 
 void FileHandle::writeLimitedPendingEdits()
 {
-    if (edits_ && edits_->bytesInMemory() > pendingLimit_) writePendingEdits();
+    if (edits_ && edits_->bytesInMemory() > 4 * pendingLimit_) writePendingEdits();
 }
 
 // Moves length bytes within the file; the blocks go in the order that never
 // overwrites bytes still to be read.
-void FileHandle::copyRange(std::int64_t from, std::int64_t to, std::int64_t length, std::vector<std::uint8_t>& buffer)
+void FileHandle::copyRange(int from, std::int64_t fromOffset, std::int64_t to, std::int64_t length,
+                           std::vector<std::uint8_t>& buffer)
 {
     const auto blockSize = static_cast<std::int64_t>(buffer.size());
     for (std::int64_t done = 0; done < length;) {
         const std::int64_t block = std::min(blockSize, length - done);
-        const std::int64_t start = to < from ? done : length - done - block;
-        readFully(from + start, buffer.data(), static_cast<std::size_t>(block));
-        writeFully(to + start, buffer.data(), static_cast<std::size_t>(block));
+        const std::int64_t start = from != fd_ || to < fromOffset ? done : length - done - block;
+        readFully(from, fromOffset + start, buffer.data(), static_cast<std::size_t>(block));
+        writeFully(fd_, to + start, buffer.data(), static_cast<std::size_t>(block));
         done += block;
     }
 }
@@ -234,33 +241,64 @@ void FileHandle::writePendingEdits()
         static_cast<std::size_t>(std::min<std::int64_t>(static_cast<std::int64_t>(moveBufferSize_), largest)));
     auto fromFile = [](const Placed& p) { return p.piece.source == PendingEdits::Source::File; };
     for (const Placed& p : placed) {
-        if (fromFile(p) && p.at < p.piece.offset) copyRange(p.piece.offset, p.at, p.piece.length, buffer);
+        if (fromFile(p) && p.at < p.piece.offset) copyRange(fd_, p.piece.offset, p.at, p.piece.length, buffer);
     }
     for (auto p = placed.rbegin(); p != placed.rend(); ++p) {
-        if (fromFile(*p) && p->at > p->piece.offset) copyRange(p->piece.offset, p->at, p->piece.length, buffer);
+        if (fromFile(*p) && p->at > p->piece.offset) copyRange(fd_, p->piece.offset, p->at, p->piece.length, buffer);
     }
     for (const Placed& p : placed) {
         if (p.piece.source == PendingEdits::Source::Memory) {
             const auto bytes = edits.memory(p.piece);
-            writeFully(p.at, bytes.data(), bytes.size());
+            writeFully(fd_, p.at, bytes.data(), bytes.size());
+        } else if (p.piece.source == PendingEdits::Source::Side) {
+            copyRange(sideFd_, p.piece.offset, p.at, p.piece.length, buffer);
         } else if (p.piece.source == PendingEdits::Source::Zeros) {
             std::fill(buffer.begin(), buffer.end(), 0);
             for (std::int64_t done = 0; done < p.piece.length;) {
                 const auto block =
                     std::min<std::int64_t>(static_cast<std::int64_t>(buffer.size()), p.piece.length - done);
-                writeFully(p.at + done, buffer.data(), static_cast<std::size_t>(block));
+                writeFully(fd_, p.at + done, buffer.data(), static_cast<std::size_t>(block));
                 done += block;
             }
         }
     }
     if (newLength < oldLength && ::ftruncate(fd_, newLength) != 0) fail("truncate");
+    if (sideLength_ > 0) {
+        sideLength_ = 0;
+        if (::ftruncate(sideFd_, 0) != 0) fail("truncate the side file of");
+    }
+}
+
+// Unnamed from the start, so nothing is left behind whatever happens.
+bool FileHandle::openSideFile()
+{
+    if (sideFd_ >= 0) return true;
+    std::string name = (path_.parent_path() / ("." + path_.filename().string() + ".edits-XXXXXX")).string();
+    sideFd_ = ::mkostemp(name.data(), O_CLOEXEC);
+    if (sideFd_ < 0) return false;
+    ::unlink(name.c_str());
+    return true;
+}
+
+void FileHandle::closeSideFile()
+{
+    if (sideFd_ >= 0) ::close(sideFd_);
+    sideFd_ = -1;
+    sideLength_ = 0;
 }
 
 void FileHandle::insertBytes(std::int64_t offset, std::span<const std::uint8_t> data)
 {
     requireOpen();
     if (offset < 0) throw FileError(EINVAL, "insert at a negative offset in " + path_.string());
-    pendingEdits().replace(offset, 0, data);
+    PendingEdits& edits = pendingEdits();
+    if (edits.bytesInMemory() + data.size() > pendingLimit_ && !data.empty() && openSideFile()) {
+        writeFully(sideFd_, sideLength_, data.data(), data.size());
+        edits.insertFromSideFile(offset, sideLength_, static_cast<std::int64_t>(data.size()));
+        sideLength_ += static_cast<std::int64_t>(data.size());
+    } else {
+        edits.replace(offset, 0, data);
+    }
     position_ = length();
     writeLimitedPendingEdits();
 }

@@ -33,8 +33,10 @@ public:
     enum class Mode { Reading, Updating };
 
     static constexpr std::size_t kDefaultMoveBufferSize = 4 * 1024 * 1024;
-    // Inserted bytes held beyond this are written out with the edits so far.
-    static constexpr std::size_t kDefaultPendingLimit = 32 * 1024 * 1024;
+    // Pending bytes held in memory: insertions past this go to a side file
+    // (an unnamed temporary beside the file); writes past four times this
+    // are written out with the edits so far.
+    static constexpr std::size_t kDefaultPendingLimit = 8 * 1024 * 1024;
 
     FileHandle(const std::filesystem::path& path, Mode mode);
     ~FileHandle();
@@ -85,12 +87,15 @@ public:
     void setPendingLimit(std::size_t bytes) { pendingLimit_ = bytes; }
 
 private:
-    void readFully(std::int64_t offset, std::uint8_t* data, std::size_t length);
-    std::size_t readSome(std::int64_t offset, std::uint8_t* data, std::size_t length);
-    void writeFully(std::int64_t offset, const std::uint8_t* data, std::size_t length);
+    void readFully(int fd, std::int64_t offset, std::uint8_t* data, std::size_t length);
+    std::size_t readSome(int fd, std::int64_t offset, std::uint8_t* data, std::size_t length);
+    void writeFully(int fd, std::int64_t offset, const std::uint8_t* data, std::size_t length);
+    bool openSideFile();
+    void closeSideFile();
     PendingEdits& pendingEdits();
     void writeLimitedPendingEdits();
-    void copyRange(std::int64_t from, std::int64_t to, std::int64_t length, std::vector<std::uint8_t>& buffer);
+    void copyRange(int from, std::int64_t fromOffset, std::int64_t to, std::int64_t length,
+                   std::vector<std::uint8_t>& buffer);
     void requireOpen() const;
     [[noreturn]] void fail(const char* operation) const;
 
@@ -101,6 +106,8 @@ private:
     std::size_t moveBufferSize_ = kDefaultMoveBufferSize;
     std::size_t pendingLimit_ = kDefaultPendingLimit;
     std::optional<PendingEdits> edits_;
+    int sideFd_ = -1;
+    std::int64_t sideLength_ = 0;
 };
 
 }  // namespace quillora

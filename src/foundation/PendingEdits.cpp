@@ -28,7 +28,7 @@ std::size_t PendingEdits::splitAt(std::int64_t offset)
         if (offset < start + piece.length) {
             const std::int64_t head = offset - start;
             Piece tail = piece;
-            tail.offset += piece.source == Source::Zeros ? 0 : head;
+            tail.offset += head;
             tail.length -= head;
             piece.length = head;
             pieces_.insert(pieces_.begin() + static_cast<std::ptrdiff_t>(i) + 1, tail);
@@ -39,7 +39,7 @@ std::size_t PendingEdits::splitAt(std::int64_t offset)
     return pieces_.size();
 }
 
-void PendingEdits::replace(std::int64_t offset, std::int64_t count, std::span<const std::uint8_t> data)
+std::size_t PendingEdits::cut(std::int64_t offset, std::int64_t count)
 {
     if (offset > length_) {
         pieces_.push_back({Source::Zeros, 0, offset - length_});
@@ -51,6 +51,19 @@ void PendingEdits::replace(std::int64_t offset, std::int64_t count, std::span<co
     pieces_.erase(pieces_.begin() + static_cast<std::ptrdiff_t>(first),
                   pieces_.begin() + static_cast<std::ptrdiff_t>(last));
     length_ -= count;
+    return first;
+}
+
+void PendingEdits::insertFromSideFile(std::int64_t offset, std::int64_t sideOffset, std::int64_t length)
+{
+    const std::size_t at = cut(offset, 0);
+    pieces_.insert(pieces_.begin() + static_cast<std::ptrdiff_t>(at), Piece{Source::Side, sideOffset, length});
+    length_ += length;
+}
+
+void PendingEdits::replace(std::int64_t offset, std::int64_t count, std::span<const std::uint8_t> data)
+{
+    const std::size_t first = cut(offset, count);
     if (data.empty()) {
         // A cut that brings two neighbouring ranges of the file together
         // makes them one piece again.
@@ -120,7 +133,8 @@ void PendingEdits::read(std::int64_t offset, std::uint8_t* data, std::size_t len
             const auto count = static_cast<std::size_t>(std::min<std::int64_t>(end - offset, length));
             switch (piece.source) {
             case Source::File:
-                readFile(piece.offset + within, data, count);
+            case Source::Side:
+                readFile(piece.source, piece.offset + within, data, count);
                 break;
             case Source::Memory:
                 std::memcpy(data, blocks_[piece.block].data() + piece.offset + within, count);
