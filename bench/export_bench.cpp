@@ -1,10 +1,14 @@
-// The whole export of a 60-minute lecture with 60 slides of 1920x1080, run
-// through the quillora host, in both atom layouts. Prints, from one run, the
-// export's time as a ratio to the I/O floor (two copies of the recording plus
-// vipsthumbnail scaling the slides) and to an ffmpeg remux that adds 60
-// chapters and tags without re-encoding, and the export's peak resident
-// memory.
-//   export_bench [MINUTES=60] [SLIDES=60] [FOLDER=/tmp]
+// The whole export of a lecture (60 minutes of 64 kbit/s mono AAC, 60 slides
+// of 1920x1080, half PNG and half JPEG, links on, JPEG pictures at the
+// "videoImageQuality" 512) through the quillora host, in both atom layouts.
+// Each run times, one after another on the same inputs: the export; its floor,
+// the same slides redrawn by plain libvips on two threads in one process
+// (slide_redraw_floor); two `cp` of the recording; and an ffmpeg remux that
+// adds the same chapters and tags without re-encoding. For the export it also
+// prints the cores it kept busy (CPU time / wall time), the bytes it wrote
+// (write calls, and pages sent to the disk) against the output's size, and
+// its peak resident memory.
+//   export_bench [MINUTES=60] [SLIDES=60] [FOLDER=/tmp] [RUNS=3]
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/resource.h>
@@ -16,6 +20,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -29,11 +34,20 @@ namespace fs = std::filesystem;
 
 struct Run {
     double seconds = 0;
+    double cpuSeconds = 0;
     long peakKiB = 0;
+    long long writeCalls = 0;  // bytes passed to write calls ("wchar")
+    long long diskWrites = 0;  // bytes of pages dirtied ("write_bytes")
 };
 
-// Runs a command without a shell, its output discarded; the child's time and
-// peak resident memory.
+long long ioField(const std::string& text, const std::string& key)
+{
+    const auto at = text.find(key + ": ");
+    return at == std::string::npos ? 0 : std::atoll(text.c_str() + at + key.size() + 2);
+}
+
+// Runs a command without a shell, its output discarded; the child's time,
+// CPU time, peak resident memory and I/O, read while it is a zombie.
 Run run(const std::vector<std::string>& command)
 {
     std::vector<char*> argv;
@@ -48,10 +62,19 @@ Run run(const std::vector<std::string>& command)
     if (posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) {
         throw std::runtime_error("cannot start " + command[0]);
     }
+    siginfo_t info{};
+    waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT);
+    Run result{std::chrono::duration<double>(Clock::now() - start).count()};
+    std::ifstream io("/proc/" + std::to_string(pid) + "/io");
+    const std::string text((std::istreambuf_iterator<char>(io)), std::istreambuf_iterator<char>());
+    result.writeCalls = ioField(text, "wchar");
+    result.diskWrites = ioField(text, "write_bytes");
     int status = 0;
     rusage usage{};
     wait4(pid, &status, 0, &usage);
-    Run result{std::chrono::duration<double>(Clock::now() - start).count(), usage.ru_maxrss};
+    auto seconds = [](const timeval& t) { return static_cast<double>(t.tv_sec) + t.tv_usec / 1e6; };
+    result.cpuSeconds = seconds(usage.ru_utime) + seconds(usage.ru_stime);
+    result.peakKiB = usage.ru_maxrss;
     posix_spawn_file_actions_destroy(&actions);
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw std::runtime_error(command[0] + " failed");
     return result;
@@ -62,6 +85,12 @@ void writeText(const fs::path& path, const std::string& text)
     std::ofstream(path) << text;
 }
 
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values.empty() ? 0 : values[values.size() / 2];
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -69,12 +98,18 @@ int main(int argc, char** argv)
     const int minutes = argc > 1 ? std::atoi(argv[1]) : 60;
     const int slides = argc > 2 ? std::atoi(argv[2]) : 60;
     const fs::path base = argc > 3 ? argv[3] : fs::temp_directory_path();
+    const int runs = argc > 4 ? std::max(1, std::atoi(argv[4])) : 3;
     const fs::path folder = base / "quillora-export-bench";
     fs::remove_all(folder);
     fs::create_directories(folder / "slides");
-    const std::string quillora = std::string(QUILLORA_BINARY_DIR) + "/quillora";
+    const std::string binaries = QUILLORA_BINARY_DIR;
     const int timeScale = 600;
     const long duration = static_cast<long>(minutes) * 60 * timeScale;
+    // The frame's side is the larger of the slides' smallest width and
+    // smallest height, less the link font size on each side.
+    const int fontSize = 14;
+    const int side = 1920 - 2 * fontSize;
+    const int jpegQuality = 44;  // "videoImageQuality" 512
 
     std::printf("making a %d-minute recording in both layouts and %d slides of 1920x1080...\n", minutes, slides);
     const std::string length = std::to_string(minutes * 60);
@@ -86,13 +121,13 @@ int main(int argc, char** argv)
                                              "-f",
                                              "lavfi",
                                              "-i",
-                                             "sine=f=220:d=" + length + ":sample_rate=22050",
+                                             "sine=f=220:d=" + length + ":sample_rate=44100",
                                              "-ac",
                                              "1",
                                              "-c:a",
                                              "aac",
                                              "-b:a",
-                                             "48k",
+                                             "64k",
                                              "-movie_timescale",
                                              "600"};
     auto moovLast = encode, moovFirst = encode;
@@ -113,41 +148,64 @@ int main(int argc, char** argv)
     std::sort(pictures.begin(), pictures.end());
     for (int i = 0; i < slides; ++i) {
         const long start = duration * i / slides, end = duration * (i + 1) / slides;
-        transitions += std::string(i ? ",\n" : "\n") + "{\"timeValue\": " + std::to_string(start) +
-                       ", \"slideTitle\": \"Slide " + std::to_string(i + 1) + "\", \"imagePath\": \"" +
-                       pictures[static_cast<std::size_t>(i)].string() + "\"}";
+        transitions +=
+            std::string(i ? ",\n" : "\n") + "{\"timeValue\": " + std::to_string(start) + ", \"slideTitle\": \"Slide " +
+            std::to_string(i + 1) + "\", \"imagePath\": \"" + pictures[static_cast<std::size_t>(i)].string() +
+            "\", \"linkURL\": {\"title\": \"Notes\", \"url\": \"https://example.org/" + std::to_string(i + 1) + "\"}}";
         chapters += "[CHAPTER]\nTIMEBASE=1/600\nSTART=" + std::to_string(start) + "\nEND=" + std::to_string(end) +
                     "\ntitle=Slide " + std::to_string(i + 1) + "\n";
     }
     writeText(folder / "transitions.json", transitions + "\n]\n");
     writeText(folder / "chapters.txt", chapters);
     writeText(folder / "tags.json", R"({"title": "Benchmark lecture", "author": "Quillora"})");
-    writeText(folder / "defaults.json", R"({"supportForURL": false, "videoImageQuality": 0})");
+    writeText(folder / "defaults.json", R"({"supportForURL": true, "textTrackFontSize": )" + std::to_string(fontSize) +
+                                            R"(, "videoImageQuality": 512})");
 
-    for (const char* layout : {"moov-first", "moov-last"}) {
-        const fs::path recording = folder / (std::string(layout) + ".m4a");
-        const double copies = run({"cp", recording.string(), (folder / "copy1.m4a").string()}).seconds +
-                              run({"cp", recording.string(), (folder / "copy2.m4a").string()}).seconds;
-        fs::remove_all(folder / "thumbs");
-        fs::create_directories(folder / "thumbs");
-        std::vector<std::string> thumbnail = {"vipsthumbnail", "-s", "1080x1080", "-o",
-                                              (folder / "thumbs" / "%s.jpg[Q=10]").string()};
-        for (const auto& picture : pictures) thumbnail.push_back(picture.string());
-        const double scaling = run(thumbnail).seconds;
-        const double remux = run({"ffmpeg", "-nostdin", "-y", "-v", "error", "-i", recording.string(), "-i",
-                                  (folder / "chapters.txt").string(), "-map", "0", "-map_metadata", "1",
-                                  "-map_chapters", "1", "-c", "copy", (folder / "remux.m4a").string()})
-                                 .seconds;
-        fs::remove_all(folder / "scratch");
-        const Run exported = run({quillora, "export", "--recording", recording.string(), "--transitions",
-                                  (folder / "transitions.json").string(), "--tags", (folder / "tags.json").string(),
-                                  "--defaults", (folder / "defaults.json").string(), "--scratch",
-                                  (folder / "scratch").string(), "--output", (folder / "lecture.m4b").string()});
-        const double floor = copies + scaling;
-        std::printf("%s: export %.2f s; I/O floor %.2f s (2x cp %.2f s + vipsthumbnail %.2f s): ratio %.2f; "
-                    "ffmpeg remux with chapters %.2f s: ratio %.2f; peak resident memory %.1f MiB\n",
-                    layout, exported.seconds, floor, copies, scaling, exported.seconds / floor, remux,
-                    exported.seconds / remux, exported.peakKiB / 1024.0);
+    double picturesMiB = 0;
+    for (const auto& picture : pictures) picturesMiB += static_cast<double>(fs::file_size(picture)) / (1 << 20);
+    std::map<std::string, std::vector<double>> toFloor, toFloorCPU;
+    for (int r = 1; r <= runs; ++r) {
+        for (const char* layout : {"moov-first", "moov-last"}) {
+            const fs::path recording = folder / (std::string(layout) + ".m4a");
+            fs::remove_all(folder / "floor");
+            fs::create_directories(folder / "floor");
+            std::vector<std::string> floorCommand = {binaries + "/bench/slide_redraw_floor", "2", std::to_string(side),
+                                                     std::to_string(jpegQuality), (folder / "floor").string()};
+            for (const auto& picture : pictures) floorCommand.push_back(picture.string());
+            const Run floor = run(floorCommand);
+            const double copies = run({"cp", recording.string(), (folder / "copy1.m4a").string()}).seconds +
+                                  run({"cp", recording.string(), (folder / "copy2.m4a").string()}).seconds;
+            const double remux = run({"ffmpeg", "-nostdin", "-y", "-v", "error", "-i", recording.string(), "-i",
+                                      (folder / "chapters.txt").string(), "-map", "0", "-map_metadata", "1",
+                                      "-map_chapters", "1", "-c", "copy", (folder / "remux.m4a").string()})
+                                     .seconds;
+            fs::remove_all(folder / "scratch");
+            const fs::path output = folder / "lecture.m4b";
+            const Run exported =
+                run({binaries + "/quillora", "export", "--recording", recording.string(), "--transitions",
+                     (folder / "transitions.json").string(), "--tags", (folder / "tags.json").string(), "--defaults",
+                     (folder / "defaults.json").string(), "--scratch", (folder / "scratch").string(), "--output",
+                     output.string()});
+            const double outputMiB = static_cast<double>(fs::file_size(output)) / (1 << 20);
+            const double ratio = exported.seconds / floor.seconds;
+            toFloor[layout].push_back(ratio);
+            const double cpuRatio = exported.cpuSeconds / floor.cpuSeconds;
+            toFloorCPU[layout].push_back(cpuRatio);
+            std::printf("run %d %s: export %.2f s, %.2f cores; two-core redraw floor %.2f s (%.2f cores): ratio %.2f, "
+                        "CPU time ratio %.2f; 2x cp %.3f s; ffmpeg remux with chapters %.2f s: ratio %.1f; output "
+                        "%.1f MiB, written %.1f MiB by write calls (%.2fx), %.1f MiB of pages (%.2fx), of which the "
+                        "host's copies of the pictures %.1f MiB; peak memory %.1f MiB\n",
+                        r, layout, exported.seconds, exported.cpuSeconds / exported.seconds, floor.seconds,
+                        floor.cpuSeconds / floor.seconds, ratio, cpuRatio, copies, remux, exported.seconds / remux,
+                        outputMiB, exported.writeCalls / 1048576.0, exported.writeCalls / 1048576.0 / outputMiB,
+                        exported.diskWrites / 1048576.0, exported.diskWrites / 1048576.0 / outputMiB, picturesMiB,
+                        exported.peakKiB / 1024.0);
+            std::fflush(stdout);
+        }
+    }
+    for (const auto& [layout, ratios] : toFloor) {
+        std::printf("%s: median export / floor %.2f (CPU time %.2f) over %d runs\n", layout.c_str(), median(ratios),
+                    median(toFloorCPU[layout]), runs);
     }
     fs::remove_all(folder);
     return 0;

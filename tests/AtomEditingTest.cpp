@@ -110,6 +110,7 @@ TEST_P(AtomEditing, AppendingAChildThenRemovingItGivesBackTheOriginalFile)
     EXPECT_EQ(childPosition, moov + static_cast<std::int32_t>(readU32BE(original.data() + moov)));
 
     // The child is moov's last child and the file still plays.
+    file.writePendingEdits();
     auto tree = toolbox::readAtomTree(path);
     EXPECT_TRUE(tree.problems.empty());
     auto children = tree.childrenOf(*tree.find({atom::moov}));
@@ -340,10 +341,11 @@ TEST(BadInput, IOFailuresSurfaceAsTheFileHandlesException)
     }
     EXPECT_EQ(test::readFile(path), original);
 
-    // A full disk.
+    // A full disk, found when the edits are written.
     FileHandle full("/dev/full", FileHandle::Mode::Updating);
     try {
         full.insertBytes(0, Bytes(16, 1));
+        full.closeFile();
         FAIL() << "writing to a full device succeeded";
     } catch (const FileError& error) {
         EXPECT_EQ(error.code().value(), ENOSPC);

@@ -72,10 +72,12 @@ TEST(CleanFreeAtoms, RemovesTheFirstFreeAfterMetaAndShrinksItsAncestors)
     std::int32_t position = 0;
     editor.appendChildAtom(editor.createAtomOfType(atom::free, Bytes(16, 0)), static_cast<std::int32_t>(udta->offset),
                            *handle, position);
+    handle->writePendingEdits();
     ASSERT_NE(test::readFile(path), original);
 
     CapturedLog log;
     EXPECT_TRUE(editor.cleanFreeAtoms());
+    handle->writePendingEdits();
     EXPECT_EQ(test::readFile(path), original);
     EXPECT_TRUE(log.contains("-[QTDataEditor cleanFreeAtoms]  Cleaning free atoms..."));
     EXPECT_TRUE(log.contains("-[QTDataEditor cleanFreeAtoms]  Found free atoms in udta"));
@@ -83,6 +85,7 @@ TEST(CleanFreeAtoms, RemovesTheFirstFreeAfterMetaAndShrinksItsAncestors)
     // No free atom below meta any more: the search runs on to the top-level
     // free after moov and removes that one.
     EXPECT_TRUE(editor.cleanFreeAtoms());
+    handle->writePendingEdits();
     EXPECT_FALSE(toolbox::readAtomTree(path).find({atom::free}));
     EXPECT_EQ(test::ffmpegDecodeErrors(path), "");
 }

@@ -313,3 +313,34 @@ TEST_F(ImageResizerTest, WithoutALoadableSlideTheResizerReportsFailure)
 }
 
 }  // namespace
+
+// Pictures are drawn several at a time: each still lands in its own file, and
+// the log reads as if they had been drawn one after another.
+TEST_F(ImageResizerTest, ManyPicturesAreWrittenAndLoggedInListOrder)
+{
+    const std::vector<Colour> colours = {kRed, kGreen, kBlue, kWhite, {90, 90, 90}, {255, 255, 0}, {0, 255, 255}};
+    std::vector<Value> records;
+    std::vector<std::string> expected;
+    for (std::size_t i = 0; i < colours.size(); ++i) {
+        const int width = 320 + 64 * static_cast<int>(i);  // all but the first are scaled down
+        records.push_back(transition(save(solid(width, 240, colours[i]), fmt::format("s{}.png", i))));
+        if (i > 0) {
+            expected.push_back(fmt::format(
+                "-[ImageResizer(QRPrivate) scaleDownImage:toFitRect:]  scaled image of size {{{}, 240}} down by {:g} "
+                "to {{320, {:g}}}",
+                width, 320.0 / width, static_cast<float>(240.0 * 320 / width)));
+        }
+        expected.push_back(fmt::format("-[ImageResizer(QRPrivate) writeImage:forTransition:]  wrote image s{}.png", i));
+    }
+    CapturedLog log;
+    ASSERT_TRUE(resize(records));
+    std::vector<std::string> lines;
+    for (const std::string& line : log.lines()) {
+        if (line.find("scaleDownImage") != std::string::npos || line.find("writeImage") != std::string::npos) {
+            lines.push_back(line);
+        }
+    }
+    EXPECT_EQ(lines, expected);
+    for (std::size_t i = 0; i < colours.size(); ++i)
+        expectRegion(decode(imagePath(records[i])), 150, 150, 20, 20, colours[i]);
+}

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cmath>
 #include <filesystem>
+#include <thread>
 #include <vips/vips8>
 
 #include "QuickTimePlugin/ImageLibrary.h"
@@ -14,6 +15,7 @@
 #include "foundation/Log.h"
 #include "foundation/Progress.h"
 #include "foundation/UserDefaults.h"
+#include "support/InOrderWork.h"
 
 namespace quillora {
 
@@ -319,34 +321,94 @@ ImageResizer::Rect ImageResizer::rectForImage(const Image& image, const Rect& re
                 image.size.height};
 }
 
-void ImageResizer::scaleDownImage(Image& image, const Rect& rect) const
+void ImageResizer::scaleDownImage(Image& image, const Rect& rect, bool logged) const
 {
     const Size old = image.size;
     if (old.width <= rect.width && old.height <= rect.height) return;
     const double factor = old.height >= old.width ? rect.height / old.height : rect.width / old.width;
     image.size = pointSize(old.width * factor, old.height * factor);
+    if (!logged) return;
     logMethod(kScaleDownImageMethod, "scaled image of size {} down by {:g} to {}", sizeString(old), factor,
               sizeString(image.size));
 }
 
+// As many pictures are drawn at once as there are cores; they are written,
+// and their lines logged, one by one in the order of the list, so the files
+// and the log are those of drawing them in turn. Only a few drawings wait to
+// be written at any time, so memory does not grow with the list.
 bool ImageResizer::resizeImages(std::vector<Image>& images, const Array& transitions, Rect rect)
 {
     if (hasLinks_) {
         const double inset = textBlock_.height;
         rect = Rect{rect.x + inset, rect.y + inset, rect.width - 2 * inset, rect.height - 2 * inset};
     }
-    bool result = true;
+    std::vector<std::string> outputs;
     for (std::size_t i = 0; i < images.size(); ++i) {
-        try {
-            const VImage canvas = drawImage(images[i], rect);
-            result = writeImage(canvas, transitions[i]) && result;
-        } catch (const VError& error) {
-            logMethod(kDrawImagesMethod, "*** Unable to draw image at path {}: {}", images[i].path, messageOf(error));
-            result = false;
-        }
-        countProgress();
+        outputs.push_back(outputPathFor(transitions[i].stringForKey(QRTransitionImagePathKey).value_or("")));
     }
+    // A picture that an earlier one is written over is read once that one is
+    // in its file.
+    auto mustFollow = [&](std::size_t i) -> std::optional<std::size_t> {
+        for (std::size_t k = i; k-- > 0;) {
+            if (outputs[k] == images[i].path) return k;
+        }
+        return std::nullopt;
+    };
+    const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+    bool result = true;
+    forEachInOrder<Drawing>(
+        images.size(), cores, 2 * cores, mustFollow,
+        [&](std::size_t i) { return drawAndEncode(images[i], rect, outputs[i]); },
+        [&](std::size_t i, Drawing drawing) {
+            if (drawing.framed) scaleDownImage(images[i], rect, true);
+            if (drawing.drawError) {
+                logMethod(kDrawImagesMethod, "*** Unable to draw image at path {}: {}", images[i].path,
+                          *drawing.drawError);
+                result = false;
+            } else {
+                result = writeImage(drawing, transitions[i]) && result;
+            }
+            countProgress();
+        });
     return result;
+}
+
+std::string ImageResizer::outputPathFor(const std::string& path) const
+{
+    return compressionFactor_ != 0 ? std::filesystem::path(path).replace_extension("jpg").string() : path;
+}
+
+ImageResizer::Drawing ImageResizer::drawAndEncode(Image image, const Rect& rect, const std::string& path) const
+{
+    Drawing drawing;
+    drawing.path = path;
+    VImage canvas;
+    try {
+        canvas = drawImage(image, rect, drawing.framed);
+    } catch (const VError& error) {
+        drawing.drawError = messageOf(error);
+        return drawing;
+    }
+    void* data = nullptr;
+    std::size_t length = 0;
+    try {
+        if (compressionFactor_ != 0) {
+            // JPEG has no alpha: the unpainted strip comes out in the background colour.
+            const VImage opaque =
+                canvas.bands() == 4
+                    ? canvas.flatten(VImage::option()->set("background", pixelOf(backgroundColor_, false)))
+                    : canvas;
+            const int quality = static_cast<int>(std::lround(100 * compressionFactor_));
+            opaque.write_to_buffer(".jpg", &data, &length, VImage::option()->set("Q", quality));
+        } else {
+            canvas.write_to_buffer(".png", &data, &length);
+        }
+    } catch (const VError& error) {
+        drawing.encodeError = messageOf(error);
+    }
+    const std::unique_ptr<void, decltype(&g_free)> owned(data, g_free);
+    if (data) drawing.encoded.assign(static_cast<std::uint8_t*>(data), static_cast<std::uint8_t*>(data) + length);
+    return drawing;
 }
 
 // One canvas of rect's size: transparent, with rect (with its origin, in the
@@ -354,7 +416,7 @@ bool ImageResizer::resizeImages(std::vector<Image>& images, const Array& transit
 // that the link margin leaves a strip unpainted along the left and bottom
 // edges only; then the picture, scaled down to fit and centred on the canvas,
 // drawn over it. The result is evaluated lazily by the encoder.
-VImage ImageResizer::drawImage(Image& image, const Rect& rect) const
+VImage ImageResizer::drawImage(Image& image, const Rect& rect, bool& framed) const
 {
     const int canvasWidth = static_cast<int>(std::lround(rect.width));
     const int canvasHeight = static_cast<int>(std::lround(rect.height));
@@ -362,7 +424,8 @@ VImage ImageResizer::drawImage(Image& image, const Rect& rect) const
         throw VError(fmt::format("the frame {} leaves no room for a picture", sizeString({rect.width, rect.height})));
     }
 
-    scaleDownImage(image, rect);
+    framed = true;
+    scaleDownImage(image, rect, false);
     const Rect destination = rectForImage(image, rect);
     const int pictureWidth = std::max(1, static_cast<int>(std::lround(destination.width)));
     const int pictureHeight = std::max(1, static_cast<int>(std::lround(destination.height)));
@@ -396,8 +459,11 @@ VImage ImageResizer::drawImage(Image& image, const Rect& rect) const
 
     const bool fillCoversCanvas = fill.left == 0 && fill.top == 0 && fill.right == canvasWidth &&
                                   fill.bottom == canvasHeight && backgroundColor_.alpha >= 1;
+    // A JPEG flattens an unpainted strip onto the background colour, which
+    // is what painting the whole canvas in it gives.
+    const bool opaqueOutput = compressionFactor_ != 0 && backgroundColor_.alpha >= 1;
     VImage canvas;
-    if (fillCoversCanvas && !pictureHasAlpha) {
+    if ((fillCoversCanvas || opaqueOutput) && !pictureHasAlpha) {
         // Opaque throughout: no alpha band to carry or encode.
         canvas = solidImage(canvasWidth, canvasHeight, pixelOf(backgroundColor_, false))
                      .insert(picture, pictureLeft, pictureTop);
@@ -423,37 +489,19 @@ VImage ImageResizer::drawImage(Image& image, const Rect& rect) const
                            ->set("yres", pixelsPerMillimetre));
 }
 
-bool ImageResizer::writeImage(const VImage& canvas, const Value& transition) const
+bool ImageResizer::writeImage(const Drawing& drawing, const Value& transition) const
 {
-    std::string path = transition.stringForKey(QRTransitionImagePathKey).value_or("");
-    void* data = nullptr;
-    std::size_t length = 0;
-    try {
-        if (compressionFactor_ != 0) {
-            path = std::filesystem::path(path).replace_extension("jpg").string();
-            // JPEG has no alpha: the unpainted strip comes out in the background colour.
-            const VImage opaque =
-                canvas.bands() == 4
-                    ? canvas.flatten(VImage::option()->set("background", pixelOf(backgroundColor_, false)))
-                    : canvas;
-            const int quality = static_cast<int>(std::lround(100 * compressionFactor_));
-            opaque.write_to_buffer(".jpg", &data, &length, VImage::option()->set("Q", quality));
-        } else {
-            canvas.write_to_buffer(".png", &data, &length);
-        }
-    } catch (const VError& error) {
-        logMethod(kWriteImageMethod, "*** Unable to encode the picture for {}: {}", path, messageOf(error));
+    if (drawing.encodeError) {
+        logMethod(kWriteImageMethod, "*** Unable to encode the picture for {}: {}", drawing.path, *drawing.encodeError);
     }
-    const std::unique_ptr<void, decltype(&g_free)> owned(data, g_free);
-
     // The whole picture is encoded before the file is opened, so a PNG
     // written over its own source has been read to the end first.
-    if (!data || !writeData(path, data, length)) {
-        logMethod(kWriteImageMethod, "*** Failed writing image data to file {}", path);
+    if (drawing.encodeError || !writeData(drawing.path, drawing.encoded.data(), drawing.encoded.size())) {
+        logMethod(kWriteImageMethod, "*** Failed writing image data to file {}", drawing.path);
         return false;
     }
-    logMethod(kWriteImageMethod, "wrote image {}", std::filesystem::path(path).filename().string());
-    if (DictionaryRef dictionary = transition.asDictionary()) dictionary->set(QRTransitionImagePathKey, path);
+    logMethod(kWriteImageMethod, "wrote image {}", std::filesystem::path(drawing.path).filename().string());
+    if (DictionaryRef dictionary = transition.asDictionary()) dictionary->set(QRTransitionImagePathKey, drawing.path);
     return true;
 }
 

@@ -5,6 +5,7 @@
 // are shared by reference, so the caller sees the change.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -61,14 +62,26 @@ private:
         Size size;  // in points; scaling down changes it
     };
 
+    // One picture drawn and encoded off the calling thread; what it would
+    // have logged is logged when it is written, in the order of the list.
+    struct Drawing {
+        bool framed = false;  // the frame had room, so the picture was fitted to it
+        std::optional<std::string> drawError;
+        std::string path;  // where the encoded picture goes
+        std::vector<std::uint8_t> encoded;
+        std::optional<std::string> encodeError;
+    };
+
     std::vector<Image> imagesFromTransitions(const Array& transitions, Array* correspondingTransitions) const;
     std::optional<Rect> rectForImages(const std::vector<Image>& images) const;
     Rect rectForImage(const Image& image, const Rect& rect) const;
-    void scaleDownImage(Image& image, const Rect& rect) const;
+    void scaleDownImage(Image& image, const Rect& rect, bool logged) const;
     bool resizeImages(std::vector<Image>& images, const Array& transitions, Rect rect);
-    bool writeImage(const vips::VImage& canvas, const Value& transition) const;
+    std::string outputPathFor(const std::string& path) const;
+    Drawing drawAndEncode(Image image, const Rect& rect, const std::string& path) const;
+    bool writeImage(const Drawing& drawing, const Value& transition) const;
 
-    vips::VImage drawImage(Image& image, const Rect& rect) const;
+    vips::VImage drawImage(Image& image, const Rect& rect, bool& framed) const;
 
     Array screenshotTransitions_;
     Array slideTransitions_;

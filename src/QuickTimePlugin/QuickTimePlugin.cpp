@@ -374,6 +374,8 @@ bool QuickTimePlugin::copyCompletedWorkingFileToDestination()
     bool failure = false;
     try {
         FileHandle::copyFile(workingFilePath(), resultFilePath());
+        // The finished file is the user's: make it durable before saying it is there.
+        FileHandle(resultFilePath(), FileHandle::Mode::Reading).synchronizeFile();
     } catch (const FileError&) {
         failure = true;
     }

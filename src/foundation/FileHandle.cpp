@@ -14,7 +14,7 @@
 
 namespace quillora {
 
-FileHandle::FileHandle(const std::filesystem::path& path, Mode mode) : path_(path)
+FileHandle::FileHandle(const std::filesystem::path& path, Mode mode) : path_(path), mode_(mode)
 {
     int flags = O_CLOEXEC;
     if (mode == Mode::Reading) flags |= O_RDONLY;
@@ -25,14 +25,27 @@ FileHandle::FileHandle(const std::filesystem::path& path, Mode mode) : path_(pat
 }
 
 FileHandle::FileHandle(FileHandle&& other) noexcept
-    : path_(std::move(other.path_)), fd_(other.fd_), position_(other.position_), moveBufferSize_(other.moveBufferSize_)
+    : path_(std::move(other.path_)), fd_(other.fd_), mode_(other.mode_), position_(other.position_),
+      moveBufferSize_(other.moveBufferSize_), pendingLimit_(other.pendingLimit_), edits_(std::move(other.edits_)),
+      sideFd_(other.sideFd_), sideLength_(other.sideLength_)
 {
     other.fd_ = -1;
+    other.sideFd_ = -1;
+    other.edits_.reset();
 }
 
 FileHandle::~FileHandle()
 {
-    if (fd_ >= 0) ::close(fd_);
+    if (fd_ < 0) return;
+    // A handle dropped without closing (an editor that failed part-way)
+    // still leaves its edits in the file, as if they had been written at once.
+    try {
+        writePendingEdits();
+    } catch (const FileError&) {
+        // Nothing can be reported from here; the file is as far as it got.
+    }
+    closeSideFile();
+    ::close(fd_);
 }
 
 void FileHandle::fail(const char* operation) const
@@ -56,6 +69,7 @@ void FileHandle::seekToFileOffset(std::int64_t offset)
 std::int64_t FileHandle::length() const
 {
     requireOpen();
+    if (edits_) return edits_->length();
     struct stat info {};
     if (::fstat(fd_, &info) != 0) fail("stat");
     return info.st_size;
@@ -67,11 +81,11 @@ std::int64_t FileHandle::seekToEndOfFile()
     return position_;
 }
 
-std::size_t FileHandle::readSome(std::int64_t offset, std::uint8_t* data, std::size_t length)
+std::size_t FileHandle::readSome(int fd, std::int64_t offset, std::uint8_t* data, std::size_t length)
 {
     std::size_t done = 0;
     while (done < length) {
-        ssize_t n = ::pread(fd_, data + done, length - done, offset + static_cast<std::int64_t>(done));
+        ssize_t n = ::pread(fd, data + done, length - done, offset + static_cast<std::int64_t>(done));
         if (n < 0) {
             if (errno == EINTR) continue;
             fail("read");
@@ -82,16 +96,16 @@ std::size_t FileHandle::readSome(std::int64_t offset, std::uint8_t* data, std::s
     return done;
 }
 
-void FileHandle::readFully(std::int64_t offset, std::uint8_t* data, std::size_t length)
+void FileHandle::readFully(int fd, std::int64_t offset, std::uint8_t* data, std::size_t length)
 {
-    if (readSome(offset, data, length) != length) throw FileError(EIO, "short read in " + path_.string());
+    if (readSome(fd, offset, data, length) != length) throw FileError(EIO, "short read in " + path_.string());
 }
 
-void FileHandle::writeFully(std::int64_t offset, const std::uint8_t* data, std::size_t length)
+void FileHandle::writeFully(int fd, std::int64_t offset, const std::uint8_t* data, std::size_t length)
 {
     std::size_t done = 0;
     while (done < length) {
-        ssize_t n = ::pwrite(fd_, data + done, length - done, offset + static_cast<std::int64_t>(done));
+        ssize_t n = ::pwrite(fd, data + done, length - done, offset + static_cast<std::int64_t>(done));
         if (n < 0) {
             if (errno == EINTR) continue;
             fail("write");
@@ -106,7 +120,14 @@ Bytes FileHandle::readDataOfLength(std::size_t length)
     requireOpen();
     std::int64_t available = std::max<std::int64_t>(0, this->length() - position_);
     Bytes data(std::min<std::size_t>(length, static_cast<std::size_t>(available)));
-    data.resize(readSome(position_, data.data(), data.size()));
+    if (edits_) {
+        edits_->read(position_, data.data(), data.size(),
+                     [this](PendingEdits::Source source, std::int64_t offset, std::uint8_t* into, std::size_t count) {
+                         readFully(source == PendingEdits::Source::Side ? sideFd_ : fd_, offset, into, count);
+                     });
+    } else {
+        data.resize(readSome(fd_, position_, data.data(), data.size()));
+    }
     position_ += static_cast<std::int64_t>(data.size());
     return data;
 }
@@ -121,21 +142,24 @@ Bytes FileHandle::readDataToEndOfFile()
 void FileHandle::writeData(std::span<const std::uint8_t> data)
 {
     requireOpen();
-    writeFully(position_, data.data(), data.size());
+    pendingEdits().write(position_, data);
     position_ += static_cast<std::int64_t>(data.size());
+    writeLimitedPendingEdits();
 }
 
 void FileHandle::truncateFileAtOffset(std::int64_t offset)
 {
     requireOpen();
     if (offset < 0) throw FileError(EINVAL, "truncate at a negative offset in " + path_.string());
-    if (::ftruncate(fd_, offset) != 0) fail("truncate");
+    PendingEdits& edits = pendingEdits();
+    edits.replace(offset, edits.length() - offset, {});
     position_ = offset;
 }
 
 void FileHandle::synchronizeFile()
 {
     requireOpen();
+    if (edits_) return;
     if (::fsync(fd_) != 0) fail("synchronize");
 }
 
@@ -143,63 +167,153 @@ void FileHandle::closeFile()
 {
     if (fd_ < 0) return;
     int fd = fd_;
+    try {
+        writePendingEdits();
+    } catch (const FileError&) {
+        closeSideFile();
+        fd_ = -1;
+        ::close(fd);
+        throw;
+    }
+    closeSideFile();
     fd_ = -1;
     if (::close(fd) != 0) fail("close");
+}
+
+PendingEdits& FileHandle::pendingEdits()
+{
+    // As the system would refuse the write itself.
+    if (mode_ == Mode::Reading) throw FileError(EBADF, "write to a file opened for reading: " + path_.string());
+    if (!edits_) edits_.emplace(length());
+    return *edits_;
+}
+
+void FileHandle::writeLimitedPendingEdits()
+{
+    if (edits_ && edits_->bytesInMemory() > 4 * pendingLimit_) writePendingEdits();
+}
+
+// Moves length bytes within the file; the blocks go in the order that never
+// overwrites bytes still to be read.
+void FileHandle::copyRange(int from, std::int64_t fromOffset, std::int64_t to, std::int64_t length,
+                           std::vector<std::uint8_t>& buffer)
+{
+    const auto blockSize = static_cast<std::int64_t>(buffer.size());
+    for (std::int64_t done = 0; done < length;) {
+        const std::int64_t block = std::min(blockSize, length - done);
+        const std::int64_t start = from != fd_ || to < fromOffset ? done : length - done - block;
+        readFully(from, fromOffset + start, buffer.data(), static_cast<std::size_t>(block));
+        writeFully(fd_, to + start, buffer.data(), static_cast<std::size_t>(block));
+        done += block;
+        reportProgress(ProgressUnit::bytes, done, length);
+    }
+}
+
+// The ranges of the file keep their order, so a range moving towards the
+// start can only land on ranges before it that move the same way, and one
+// moving towards the end only on later ones that do: moving the first kind
+// from the front and the second from the back never overwrites a range
+// before it has moved. Bytes from memory go in last.
+void FileHandle::writePendingEdits()
+{
+    requireOpen();
+    if (!edits_) return;
+    const PendingEdits edits = std::move(*edits_);
+    edits_.reset();
+
+    struct Placed {
+        PendingEdits::Piece piece;
+        std::int64_t at;
+    };
+    std::vector<Placed> placed;
+    std::int64_t at = 0;
+    std::int64_t largest = 1;
+    for (const auto& piece : edits.pieces()) {
+        placed.push_back({piece, at});
+        at += piece.length;
+        largest = std::max(largest, piece.length);
+    }
+    const std::int64_t oldLength = length();
+    const std::int64_t newLength = edits.length();
+    // Reserve the growth first so a full disk fails before anything has
+    // moved; a file system (or device) that cannot reserve is simply written.
+    if (newLength > oldLength && ::fallocate(fd_, 0, oldLength, newLength - oldLength) != 0 && errno != EOPNOTSUPP &&
+        errno != ENODEV && errno != ENOSYS) {
+        fail("reserve space for");
+    }
+
+    std::vector<std::uint8_t> buffer(
+        static_cast<std::size_t>(std::min<std::int64_t>(static_cast<std::int64_t>(moveBufferSize_), largest)));
+    auto fromFile = [](const Placed& p) { return p.piece.source == PendingEdits::Source::File; };
+    for (const Placed& p : placed) {
+        if (fromFile(p) && p.at < p.piece.offset) copyRange(fd_, p.piece.offset, p.at, p.piece.length, buffer);
+    }
+    for (auto p = placed.rbegin(); p != placed.rend(); ++p) {
+        if (fromFile(*p) && p->at > p->piece.offset) copyRange(fd_, p->piece.offset, p->at, p->piece.length, buffer);
+    }
+    for (const Placed& p : placed) {
+        if (p.piece.source == PendingEdits::Source::Memory) {
+            const auto bytes = edits.memory(p.piece);
+            writeFully(fd_, p.at, bytes.data(), bytes.size());
+        } else if (p.piece.source == PendingEdits::Source::Side) {
+            copyRange(sideFd_, p.piece.offset, p.at, p.piece.length, buffer);
+        } else if (p.piece.source == PendingEdits::Source::Zeros) {
+            std::fill(buffer.begin(), buffer.end(), 0);
+            for (std::int64_t done = 0; done < p.piece.length;) {
+                const auto block =
+                    std::min<std::int64_t>(static_cast<std::int64_t>(buffer.size()), p.piece.length - done);
+                writeFully(fd_, p.at + done, buffer.data(), static_cast<std::size_t>(block));
+                done += block;
+            }
+        }
+    }
+    if (newLength < oldLength && ::ftruncate(fd_, newLength) != 0) fail("truncate");
+    if (sideLength_ > 0) {
+        sideLength_ = 0;
+        if (::ftruncate(sideFd_, 0) != 0) fail("truncate the side file of");
+    }
+}
+
+// Unnamed from the start, so nothing is left behind whatever happens.
+bool FileHandle::openSideFile()
+{
+    if (sideFd_ >= 0) return true;
+    std::string name = (path_.parent_path() / ("." + path_.filename().string() + ".edits-XXXXXX")).string();
+    sideFd_ = ::mkostemp(name.data(), O_CLOEXEC);
+    if (sideFd_ < 0) return false;
+    ::unlink(name.c_str());
+    return true;
+}
+
+void FileHandle::closeSideFile()
+{
+    if (sideFd_ >= 0) ::close(sideFd_);
+    sideFd_ = -1;
+    sideLength_ = 0;
 }
 
 void FileHandle::insertBytes(std::int64_t offset, std::span<const std::uint8_t> data)
 {
     requireOpen();
     if (offset < 0) throw FileError(EINVAL, "insert at a negative offset in " + path_.string());
-    const std::int64_t oldLength = length();
-    const auto gap = static_cast<std::int64_t>(data.size());
-    if (offset >= oldLength) {
-        if (offset > oldLength) truncateFileAtOffset(offset);
-    } else if (gap > 0) {
-        // Grow first so a full disk fails before anything has moved, then
-        // copy the tail from its end backwards: each block lands beyond
-        // bytes still to be read.
-        if (::ftruncate(fd_, oldLength + gap) != 0) fail("truncate");
-        std::vector<std::uint8_t> buffer(
-            std::min<std::int64_t>(static_cast<std::int64_t>(moveBufferSize_), oldLength - offset));
-        std::int64_t end = oldLength;
-        while (end > offset) {
-            auto block = std::min<std::int64_t>(static_cast<std::int64_t>(buffer.size()), end - offset);
-            std::int64_t start = end - block;
-            readFully(start, buffer.data(), static_cast<std::size_t>(block));
-            writeFully(start + gap, buffer.data(), static_cast<std::size_t>(block));
-            end = start;
-            reportProgress(ProgressUnit::bytes, oldLength - end, oldLength - offset);
-        }
+    PendingEdits& edits = pendingEdits();
+    if (edits.bytesInMemory() + data.size() > pendingLimit_ && !data.empty() && openSideFile()) {
+        writeFully(sideFd_, sideLength_, data.data(), data.size());
+        edits.insertFromSideFile(offset, sideLength_, static_cast<std::int64_t>(data.size()));
+        sideLength_ += static_cast<std::int64_t>(data.size());
+    } else {
+        edits.replace(offset, 0, data);
     }
-    writeFully(offset, data.data(), data.size());
     position_ = length();
+    writeLimitedPendingEdits();
 }
 
 void FileHandle::removeBytes(std::int64_t offset, std::int64_t count)
 {
     requireOpen();
     if (offset < 0 || count < 0) throw FileError(EINVAL, "remove of a negative range in " + path_.string());
-    const std::int64_t oldLength = length();
-    if (count == 0 && offset <= oldLength) {
-        position_ = oldLength;
-        return;
-    }
-    if (offset + count >= oldLength) {
-        truncateFileAtOffset(offset);
-        position_ = offset;
-        return;
-    }
-    std::vector<std::uint8_t> buffer(
-        std::min<std::int64_t>(static_cast<std::int64_t>(moveBufferSize_), oldLength - offset - count));
-    for (std::int64_t from = offset + count; from < oldLength;) {
-        auto block = std::min<std::int64_t>(static_cast<std::int64_t>(buffer.size()), oldLength - from);
-        readFully(from, buffer.data(), static_cast<std::size_t>(block));
-        writeFully(from - count, buffer.data(), static_cast<std::size_t>(block));
-        from += block;
-        reportProgress(ProgressUnit::bytes, from - offset - count, oldLength - offset - count);
-    }
-    truncateFileAtOffset(oldLength - count);
+    if (count > 0 || offset > length()) pendingEdits().replace(offset, count, {});
+    position_ = length();
 }
 
 void FileHandle::copyFile(const std::filesystem::path& from, const std::filesystem::path& to, std::size_t bufferSize)
@@ -211,8 +325,8 @@ void FileHandle::copyFile(const std::filesystem::path& from, const std::filesyst
         std::max<std::int64_t>(1, std::min<std::int64_t>(static_cast<std::int64_t>(bufferSize), total)));
     for (std::int64_t done = 0; done < total;) {
         auto block = std::min<std::int64_t>(static_cast<std::int64_t>(buffer.size()), total - done);
-        source.readFully(done, buffer.data(), static_cast<std::size_t>(block));
-        target.writeFully(done, buffer.data(), static_cast<std::size_t>(block));
+        source.readFully(source.fd_, done, buffer.data(), static_cast<std::size_t>(block));
+        target.writeFully(target.fd_, done, buffer.data(), static_cast<std::size_t>(block));
         done += block;
         reportProgress(ProgressUnit::bytes, done, total);
     }

@@ -2,19 +2,26 @@
 // uses. Every I/O failure throws FileError; nothing is reported as success
 // after a failed read, write or truncate.
 //
-// Moving a file's tail (to open a gap or close one) is one primitive here,
-// insertBytes / removeBytes, streamed through a fixed buffer so that memory
-// does not grow with the file; so is copying a file. Both report the bytes
-// moved so far to the progress sink, once a buffer.
+// Writes, cuts and gaps opened or closed (insertBytes / removeBytes) do not
+// reach the file at once: the handle keeps them pending (PendingEdits), every
+// read sees them, and the file is rewritten once, moving each range of it at
+// most once through a fixed buffer, when the handle is closed or
+// writePendingEdits() is called. So an editor that inserts a hundred times
+// moves the media data once, and memory holds only the bytes it inserted.
+// Copying a file streams through the same fixed buffer. Both report the
+// bytes moved so far to the progress sink, once a buffer.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <span>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "foundation/Bytes.h"
+#include "foundation/PendingEdits.h"
 
 namespace quillora {
 
@@ -29,6 +36,10 @@ public:
     enum class Mode { Reading, Updating, Creating };
 
     static constexpr std::size_t kDefaultMoveBufferSize = 4 * 1024 * 1024;
+    // Pending bytes held in memory: insertions past this go to a side file
+    // (an unnamed temporary beside the file); writes past four times this
+    // are written out with the edits so far.
+    static constexpr std::size_t kDefaultPendingLimit = 8 * 1024 * 1024;
 
     FileHandle(const std::filesystem::path& path, Mode mode);
     ~FileHandle();
@@ -53,8 +64,15 @@ public:
     Bytes readDataToEndOfFile();
     void writeData(std::span<const std::uint8_t> data);
     void truncateFileAtOffset(std::int64_t offset);  // leaves the position at offset
+    // Makes what has reached the file durable. Pending edits are not written
+    // by it: they reach the file once, on closing.
     void synchronizeFile();
+    // Writes the pending edits, then closes; the descriptor is closed even
+    // when writing fails.
     void closeFile();
+    // Rewrites the file with the pending edits (no synchronisation).
+    void writePendingEdits();
+    bool hasPendingEdits() const { return edits_.has_value(); }
 
     std::int64_t length() const;
 
@@ -72,18 +90,30 @@ public:
     void waitForDataInBackgroundAndNotify();
 
     void setMoveBufferSize(std::size_t size) { moveBufferSize_ = size == 0 ? 1 : size; }
+    void setPendingLimit(std::size_t bytes) { pendingLimit_ = bytes; }
 
 private:
-    void readFully(std::int64_t offset, std::uint8_t* data, std::size_t length);
-    std::size_t readSome(std::int64_t offset, std::uint8_t* data, std::size_t length);
-    void writeFully(std::int64_t offset, const std::uint8_t* data, std::size_t length);
+    void readFully(int fd, std::int64_t offset, std::uint8_t* data, std::size_t length);
+    std::size_t readSome(int fd, std::int64_t offset, std::uint8_t* data, std::size_t length);
+    void writeFully(int fd, std::int64_t offset, const std::uint8_t* data, std::size_t length);
+    bool openSideFile();
+    void closeSideFile();
+    PendingEdits& pendingEdits();
+    void writeLimitedPendingEdits();
+    void copyRange(int from, std::int64_t fromOffset, std::int64_t to, std::int64_t length,
+                   std::vector<std::uint8_t>& buffer);
     void requireOpen() const;
     [[noreturn]] void fail(const char* operation) const;
 
     std::filesystem::path path_;
     int fd_ = -1;
+    Mode mode_;
     std::int64_t position_ = 0;
     std::size_t moveBufferSize_ = kDefaultMoveBufferSize;
+    std::size_t pendingLimit_ = kDefaultPendingLimit;
+    std::optional<PendingEdits> edits_;
+    int sideFd_ = -1;
+    std::int64_t sideLength_ = 0;
 };
 
 }  // namespace quillora
