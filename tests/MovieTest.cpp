@@ -20,8 +20,8 @@ TEST(Movie, ReadsTimeScaleDurationAndTracksOfBothLayouts)
         ASSERT_EQ(probe.status, 0) << probe.output;
         EXPECT_NEAR(static_cast<double>(movie->duration()) / 600.0, std::stod(probe.output), 0.05);
         for (std::size_t i = 0; i < movie->tracks().size(); ++i) {
-            EXPECT_EQ(movie->tracks()[i].trackID, i + 1);
-            EXPECT_EQ(movie->tracks()[i].handlerType, fourCC("soun"));
+            EXPECT_EQ(movie->tracks()[i]->trackID, i + 1);
+            EXPECT_EQ(movie->tracks()[i]->mediaType(), fourCC("soun"));
         }
     }
     EXPECT_EQ(toolbox::Movie::movieWithFile(test::fixture("recording-six-tracks.m4a"))->tracks().size(), 6u);

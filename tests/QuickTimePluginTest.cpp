@@ -125,7 +125,7 @@ std::vector<std::uint32_t> trackIDs(const std::filesystem::path& path)
     std::vector<std::uint32_t> ids;
     auto movie = toolbox::Movie::movieWithFile(path);
     if (movie) {
-        for (const auto& track : movie->tracks()) ids.push_back(track.trackID);
+        for (const auto& track : movie->tracks()) ids.push_back(track->trackID);
     }
     return ids;
 }

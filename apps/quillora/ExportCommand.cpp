@@ -1,4 +1,5 @@
 #include "ExportCommand.h"
+#include "StandardLanguages.h"
 
 #include <fmt/format.h>
 #include <stdlib.h>
@@ -104,7 +105,8 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
             context.screenshotTransitions = readTransitions(*options.screenshots, pictures / "screenshots");
         }
         params = exportParameters(options);
-        UserDefaults::setStandardUserDefaults(options.defaults ? readDefaults(*options.defaults) : UserDefaults());
+        UserDefaults::setStandardUserDefaults(
+            withPreferredLanguages(options.defaults ? readDefaults(*options.defaults) : UserDefaults()));
         if (options.output) {
             auto folder = std::filesystem::absolute(*options.output).parent_path();
             if (!std::filesystem::is_directory(folder)) {

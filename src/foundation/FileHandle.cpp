@@ -15,8 +15,9 @@ namespace quillora {
 
 FileHandle::FileHandle(const std::filesystem::path& path, Mode mode) : path_(path)
 {
-    int flags = (mode == Mode::Updating ? O_RDWR : O_RDONLY) | O_CLOEXEC;
-    fd_ = ::open(path.c_str(), flags);
+    int flags = (mode == Mode::Reading ? O_RDONLY : O_RDWR) | O_CLOEXEC;
+    if (mode == Mode::Creating) flags |= O_CREAT | O_TRUNC;
+    fd_ = ::open(path.c_str(), flags, 0644);
     if (fd_ < 0) fail("open");
 }
 

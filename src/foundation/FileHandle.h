@@ -24,7 +24,8 @@ public:
 
 class FileHandle {
 public:
-    enum class Mode { Reading, Updating };
+    // Creating makes a new empty file, or empties an existing one, for updating.
+    enum class Mode { Reading, Updating, Creating };
 
     static constexpr std::size_t kDefaultMoveBufferSize = 4 * 1024 * 1024;
 

@@ -45,15 +45,15 @@ std::uint32_t entryCount(ByteReader& reader, std::size_t entrySize)
     return count;
 }
 
-std::vector<std::uint32_t> readSampleSizes(const Bytes& stsz)
+std::vector<std::uint32_t> readSampleSizes(const Bytes& stsz, std::uint32_t maximum)
 {
     ByteReader reader = tableReader(stsz);
     const std::uint32_t commonSize = reader.getU32BE();
     if (commonSize != 0) {
-        const std::uint32_t count = std::min(reader.getU32BE(), kMaximumListedSamples);
+        const std::uint32_t count = std::min(reader.getU32BE(), maximum);
         return std::vector<std::uint32_t>(count, commonSize);
     }
-    std::vector<std::uint32_t> sizes(std::min(entryCount(reader, 4), kMaximumListedSamples));
+    std::vector<std::uint32_t> sizes(std::min(entryCount(reader, 4), maximum));
     for (auto& size : sizes) size = reader.getU32BE();
     return sizes;
 }
@@ -123,7 +123,7 @@ std::uint32_t sampleCount(FileHandle& file, const AtomTree& tree, const AtomNode
 }
 
 std::vector<SampleLocation> readSampleLocations(FileHandle& file, const AtomTree& tree, const AtomNode& stbl,
-                                                std::vector<std::string>& problems)
+                                                std::vector<std::string>& problems, std::uint32_t maximum)
 {
     auto stsz = childOfType(tree, stbl, atom::stsz);
     auto stsc = childOfType(tree, stbl, atom::stsc);
@@ -137,7 +137,7 @@ std::vector<SampleLocation> readSampleLocations(FileHandle& file, const AtomTree
 
     std::vector<SampleLocation> samples;
     try {
-        const auto sizes = readSampleSizes(readAtomPayload(file, *stsz));
+        const auto sizes = readSampleSizes(readAtomPayload(file, *stsz), maximum);
         const auto chunkOffsets = stco ? readChunkOffsets(readAtomPayload(file, *stco), false)
                                        : readChunkOffsets(readAtomPayload(file, *co64), true);
         const auto chunkRuns = readChunkRuns(readAtomPayload(file, *stsc));

@@ -25,11 +25,15 @@ inline constexpr std::uint32_t kMaximumListedSamples = 100000;
 // The number of samples the 'stsz' table declares (0 without one).
 std::uint32_t sampleCount(FileHandle& file, const AtomTree& tree, const AtomNode& stbl);
 
-// Every sample of the table, up to kMaximumListedSamples. Tables that
-// contradict each other or run short are reported in problems; the samples
-// that could still be placed are returned.
+// Every sample of the table, up to maximum. Tables that contradict each
+// other or run short are reported in problems; the samples that could still
+// be placed are returned.
 std::vector<SampleLocation> readSampleLocations(FileHandle& file, const AtomTree& tree, const AtomNode& stbl,
-                                                std::vector<std::string>& problems);
+                                                std::vector<std::string>& problems,
+                                                std::uint32_t maximum = kMaximumListedSamples);
+
+// A movie's tracks are read whole, up to this many samples each.
+inline constexpr std::uint32_t kMaximumTrackSamples = 1u << 24;
 
 // The payload of an atom (the bytes after its 8-byte header).
 Bytes readAtomPayload(FileHandle& file, const AtomNode& node);

@@ -21,6 +21,11 @@ constexpr std::int16_t kTemplateQuality = 0;
 constexpr std::uint16_t kGraphicsModeDitherCopy = 0x0040;
 constexpr std::uint16_t kOperationColor = 0x8000;
 
+void putMatrix(ByteWriter& writer, std::span<const std::int32_t> matrix)
+{
+    for (auto value : matrix) writer.putI32BE(value);
+}
+
 void putMatrix(ByteWriter& writer)
 {
     for (auto value : kIdentityMatrix) writer.putU32BE(value);
@@ -77,6 +82,12 @@ Bytes TrackAtoms::tkhd(const TrackHeader& header)
     w.putU32BE(header.flags);  // version 0 in the top byte
     w.putU32BE(kTrackCreationTime).putU32BE(kTrackModificationTime);
     w.putU32BE(header.trackID).putU32BE(0).putU32BE(header.duration).putU64BE(0);
+    if (const auto& placement = header.placement) {
+        w.putI16BE(placement->layer).putI16BE(placement->alternateGroup).putI16BE(placement->volume).putU16BE(0);
+        putMatrix(w, placement->matrix);
+        w.putU32BE(placement->width).putU32BE(placement->height);
+        return atom(atom::tkhd, w.bytes());
+    }
     w.putU16BE(swappedHeaderField(kTemplateLayer));
     w.putU16BE(swappedHeaderField(kTemplateAlternateGroup));
     w.putU16BE(swappedHeaderField(kTemplateVolume));
@@ -88,9 +99,15 @@ Bytes TrackAtoms::tkhd(const TrackHeader& header)
 
 Bytes TrackAtoms::edts(std::uint32_t duration)
 {
-    ByteWriter w(20);
-    putVersionFlagsAndCount(w, 1);
-    w.putU32BE(duration).putU32BE(0).putU32BE(0x00010000);
+    const EditListEntry whole{duration, 0, 0x00010000};
+    return edts(std::span(&whole, 1));
+}
+
+Bytes TrackAtoms::edts(std::span<const EditListEntry> entries)
+{
+    ByteWriter w(8 + 12 * entries.size());
+    putVersionFlagsAndCount(w, entries.size());
+    for (const auto& entry : entries) w.putU32BE(entry.trackDuration).putI32BE(entry.mediaTime).putI32BE(entry.rate);
     const Bytes elst = atom(atom::elst, w.bytes());
     return container(atom::edts, {elst});
 }
@@ -105,6 +122,14 @@ Bytes TrackAtoms::mdhd(std::uint32_t duration, DurationOrder order)
         w.putU32BE(duration);
     }
     w.putU16BE(swappedHeaderField(kTemplateLanguage)).putU16BE(swappedHeaderField(kTemplateQuality));
+    return atom(atom::mdhd, w.bytes());
+}
+
+Bytes TrackAtoms::mdhd(std::uint32_t timeScale, std::uint32_t duration, std::uint16_t language)
+{
+    ByteWriter w(24);
+    w.putU32BE(0).putU32BE(kTrackCreationTime).putU32BE(kTrackModificationTime).putU32BE(timeScale);
+    w.putU32BE(duration).putU16BE(language).putU16BE(0);
     return atom(atom::mdhd, w.bytes());
 }
 
@@ -140,6 +165,13 @@ Bytes TrackAtoms::vmhd()
     return atom(fourCC("vmhd"), w.bytes());
 }
 
+Bytes TrackAtoms::smhd()
+{
+    ByteWriter w(8);
+    w.putU32BE(0).putU16BE(0).putU16BE(0);  // balance centred, reserved
+    return atom(fourCC("smhd"), w.bytes());
+}
+
 Bytes TrackAtoms::dinf()
 {
     ByteWriter self(4);
@@ -158,6 +190,14 @@ Bytes TrackAtoms::stsd(std::span<const std::uint8_t> sampleDescription)
     ByteWriter w(8 + sampleDescription.size());
     putVersionFlagsAndCount(w, 1);
     w.putBytes(sampleDescription);
+    return atom(atom::stsd, w.bytes());
+}
+
+Bytes TrackAtoms::stsd(const std::vector<Bytes>& sampleDescriptions)
+{
+    ByteWriter w;
+    putVersionFlagsAndCount(w, sampleDescriptions.size());
+    for (const auto& description : sampleDescriptions) w.putBytes(description);
     return atom(atom::stsd, w.bytes());
 }
 

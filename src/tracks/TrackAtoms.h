@@ -4,9 +4,11 @@
 // here; their differences come in as arguments.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -15,11 +17,29 @@
 
 namespace quillora {
 
+// Where a movie's track is drawn and how loud it plays. The podcast tracks
+// have none: their header takes the template's values.
+struct TrackPlacement {
+    std::int16_t layer = 0;
+    std::int16_t alternateGroup = 0;
+    std::int16_t volume = 0;  // 8.8
+    std::array<std::int32_t, 9> matrix{};
+    std::uint32_t width = 0;  // 16.16
+    std::uint32_t height = 0;
+};
+
 struct TrackHeader {
     std::uint32_t flags = 0;
     std::uint32_t trackID = 0;
     std::uint32_t duration = 0;
     std::uint32_t size = 0;  // width and height, 16.16
+    std::optional<TrackPlacement> placement;
+};
+
+struct EditListEntry {
+    std::uint32_t trackDuration = 0;
+    std::int32_t mediaTime = 0;
+    std::int32_t rate = 0x00010000;
 };
 
 struct HandlerDescription {
@@ -73,12 +93,16 @@ public:
 
     Bytes tkhd(const TrackHeader& header);
     Bytes edts(std::uint32_t duration);  // holding one elst
+    Bytes edts(std::span<const EditListEntry> entries);
     Bytes mdhd(std::uint32_t duration, DurationOrder order);
+    Bytes mdhd(std::uint32_t timeScale, std::uint32_t duration, std::uint16_t language);
     Bytes hdlr(const HandlerDescription& handler);
     Bytes gmhd();  // gmin and text
     Bytes vmhd();
+    Bytes smhd();
     Bytes dinf();  // dref holding one alis: the data is in this file
     Bytes stsd(std::span<const std::uint8_t> sampleDescription);
+    Bytes stsd(const std::vector<Bytes>& sampleDescriptions);
     Bytes stsc();
     Bytes stsz(const SampleTable& table);
     Bytes stts(const SampleTable& table);
