@@ -106,6 +106,37 @@ OSErr QTInsertChild(const QTAtomContainer& container, QTAtom parent, QTAtomType 
     return noErr;
 }
 
+std::optional<std::span<const std::uint8_t>> findQTAtomData(std::span<const std::uint8_t> container,
+                                                            std::initializer_list<QTAtomType> path)
+{
+    if (container.size() < kQTAtomContainerHeaderSize + kQTAtomHeaderSize) return std::nullopt;
+    std::span<const std::uint8_t> atom = container.subspan(kQTAtomContainerHeaderSize);
+    try {
+        for (QTAtomType type : path) {
+            ByteReader parent(atom);
+            const std::uint32_t parentSize = parent.getU32BE();
+            parent.skip(10);
+            const std::uint16_t children = parent.getU16BE();
+            parent.skip(4);
+            if (parentSize > atom.size()) return std::nullopt;
+            std::span<const std::uint8_t> found;
+            for (std::uint16_t i = 0; i < children && found.empty(); ++i) {
+                const std::size_t at = parent.position();
+                const std::uint32_t size = parent.getU32BE();
+                const std::uint32_t childType = parent.getU32BE();
+                if (size < kQTAtomHeaderSize || at + size > parentSize) return std::nullopt;
+                if (childType == type) found = atom.subspan(at, size);
+                parent.seek(at + size);
+            }
+            if (found.empty()) return std::nullopt;
+            atom = found;
+        }
+    } catch (const std::out_of_range&) {
+        return std::nullopt;
+    }
+    return atom.subspan(kQTAtomHeaderSize);
+}
+
 OSErr QTDisposeAtomContainer(QTAtomContainer& container)
 {
     if (!container) return nilHandleErr;

@@ -7,6 +7,9 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
+#include <optional>
+#include <span>
 
 #include "toolbox/Handles.h"
 
@@ -29,5 +32,10 @@ OSErr QTNewAtomContainer(QTAtomContainer& container);
 OSErr QTInsertChild(const QTAtomContainer& container, QTAtom parent, QTAtomType type, QTAtomID id, std::int16_t index,
                     std::int32_t dataSize, const void* data, QTAtom* newAtom);
 OSErr QTDisposeAtomContainer(QTAtomContainer& container);
+
+// The data of the atom found by following the types from the root, each the
+// first child of its type; nothing when the path or the container is broken.
+std::optional<std::span<const std::uint8_t>> findQTAtomData(std::span<const std::uint8_t> container,
+                                                            std::initializer_list<QTAtomType> path);
 
 }  // namespace quillora::toolbox

@@ -9,6 +9,7 @@
 #include "foundation/FileHandle.h"
 #include "foundation/FourCC.h"
 #include "toolbox/AtomTree.h"
+#include "toolbox/MetaDataAtoms.h"
 #include "toolbox/Movie.h"
 #include "toolbox/SampleTable.h"
 #include "toolbox/TextSample.h"
@@ -140,7 +141,7 @@ std::vector<TagItem> readTags(FileHandle& file, const AtomTree& tree)
     if (!ilst) return tags;
     for (const auto& item : tree.childrenOf(*ilst)) {
         auto data = descend(tree, item, {kItemData});
-        tags.push_back(TagItem{item.type, data ? tagValue(item.type, readAtomPayload(file, *data)) : ""});
+        tags.push_back(TagItem{item.type, data ? tagValue(item.type, readAtomPayload(file, *data)) : "", ""});
     }
     return tags;
 }
@@ -205,6 +206,14 @@ MovieContents readMovieContents(const std::filesystem::path& path)
         if (slot.trackID == 0) slot = std::move(text.contents);
     }
     contents.tags = readTags(file, tree);
+    for (const auto& item : movie->metaData()) {
+        if (item.storage != kQTMetaDataStorageFormatQuickTime) continue;
+        contents.tags.push_back(TagItem{0,
+                                        item.dataType == kUtf8Data
+                                            ? std::string(item.value.begin(), item.value.end())
+                                            : fmt::format("({} bytes of data)", item.value.size()),
+                                        std::string(item.key.begin(), item.key.end())});
+    }
     return contents;
 }
 
