@@ -150,6 +150,8 @@ public:
     bool AddHTAct_AddHyperTextToTextMovie(const Value& transitions);
     bool addTextTrackWithHyperLinks(const Value& transitions, const Value& attributes, const Value& parameters);
     void QTUtils_SetName(const std::string& name, toolbox::Track* track);
+    // Players treat a text track named "HREFTrack" as one whose samples are links.
+    void QTText_SetTextTrackAsHREFTrack(toolbox::Track* track, bool isHREFTrack);
     // The bytes themselves, as a pointer data reference's handle holds them.
     static Handle myCreatePointerReferenceHandleForData(const void* data, std::size_t size);
     // The URL as a C string, terminator included.

@@ -383,6 +383,7 @@ bool QuickTimePlugin::exportAsChapterizedQuicktimeFileToPath(const std::string& 
     if (!recording)
         saveError_ = ErrorRecord{"NSCocoaErrorDomain", 0, Value::dictionary({{kLocalizedDescriptionKey, openError}})};
     if (recording && movie) status = editor->copyAudioTrackFrom(*recording);
+    recording.reset();  // the new movie shares what it needs of the recording's sample table
     if (saveError_ || status != 0 || !movie) {
         editor.reset();
         closeStorage();
@@ -441,6 +442,7 @@ bool QuickTimePlugin::exportAsChapterizedQuicktimeFileToPath(const std::string& 
     if (!exported)
         saveError_ = ErrorRecord{"NSCocoaErrorDomain", 0, Value::dictionary({{kLocalizedDescriptionKey, openError}})};
     editor->setSourceMovie(exported.get());
+    movie.reset();
     bool metadataSet = false;
     try {
         const Value* tags = exportParams().get("tags");

@@ -1,15 +1,48 @@
 #include "toolbox/Movie.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "foundation/FileHandle.h"
 
 namespace quillora::toolbox {
 
+std::vector<Sample>& Media::samples()
+{
+    std::as_const(*this).samples();
+    if (samples_.use_count() > 1) samples_ = std::make_shared<std::vector<Sample>>(*samples_);
+    return *samples_;
+}
+
+const std::vector<Sample>& Media::samples() const
+{
+    if (sampleReader_) {
+        *samples_ = sampleReader_();
+        sampleReader_ = nullptr;
+    }
+    return *samples_;
+}
+
+void Media::shareSamples(const Media& other)
+{
+    other.samples();
+    samples_ = other.samples_;
+    sampleDescriptions = other.sampleDescriptions;
+    dataFile = other.dataFile;
+    heldBytes = other.heldBytes;
+}
+
+void Media::setSampleReader(std::function<std::vector<Sample>()> reader, TimeValue headerDuration)
+{
+    sampleReader_ = std::move(reader);
+    headerDuration_ = headerDuration;
+}
+
 TimeValue Media::duration() const
 {
+    if (sampleReader_) return headerDuration_;
     TimeValue total = 0;
-    for (const auto& sample : samples) total += sample.duration;
+    for (const auto& sample : *samples_) total += sample.duration;
     return total;
 }
 
@@ -17,12 +50,13 @@ std::optional<std::size_t> Media::sampleAtTime(TimeValue time, TimeValue* start)
 {
     if (time < 0) return std::nullopt;
     TimeValue at = 0;
-    for (std::size_t i = 0; i < samples.size(); ++i) {
-        if (time < at + samples[i].duration) {
+    const auto& all = samples();
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        if (time < at + all[i].duration) {
             if (start) *start = at;
             return i;
         }
-        at += samples[i].duration;
+        at += all[i].duration;
     }
     return std::nullopt;
 }

@@ -12,6 +12,7 @@
 #include <array>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -57,7 +58,6 @@ struct Media {
     std::uint16_t language = 0;
     // Whole sample description entries, size and format included.
     std::vector<Bytes> sampleDescriptions;
-    std::vector<Sample> samples;
     // Where referenced samples lie, and the bytes of held ones.
     std::filesystem::path dataFile;
     Bytes heldBytes;
@@ -68,11 +68,25 @@ struct Media {
     // Text media: the encoding that later samples announce in an 'encd' atom.
     std::optional<std::uint32_t> textEncoding;
 
+    // The samples. A media read from a file reads them when first asked, so
+    // that opening a recording for its duration stays cheap.
+    std::vector<Sample>& samples();
+    const std::vector<Sample>& samples() const;
+    void setSampleReader(std::function<std::vector<Sample>()> reader, TimeValue headerDuration);
+    // Takes the other media's samples and descriptions without copying them:
+    // the table is shared until one of the two changes it.
+    void shareSamples(const Media& other);
+
     TimeValue duration() const;
     // The sample that plays at a media time, and the time it starts.
     std::optional<std::size_t> sampleAtTime(TimeValue time, TimeValue* start = nullptr) const;
     // The bytes of a sample, read from the file when it is referenced.
     Bytes sampleBytes(const Sample& sample) const;
+
+private:
+    mutable std::shared_ptr<std::vector<Sample>> samples_ = std::make_shared<std::vector<Sample>>();
+    mutable std::function<std::vector<Sample>()> sampleReader_;
+    TimeValue headerDuration_ = 0;
 };
 
 class Movie;

@@ -95,14 +95,33 @@ std::vector<Bytes> readSampleDescriptions(const Bytes& stsd)
     return descriptions;
 }
 
+// The samples of the sample table at stblOffset, read when first asked for.
+std::vector<Sample> readSamples(const std::filesystem::path& path, std::int64_t stblOffset)
+{
+    std::vector<Sample> samples;
+    try {
+        FileHandle file(path, FileHandle::Mode::Reading);
+        const AtomTree tree = readAtomTree(file);
+        auto stbl = std::find_if(tree.atoms.begin(), tree.atoms.end(), [&](const AtomNode& node) {
+            return node.offset == stblOffset && node.type == atom::stbl;
+        });
+        if (stbl == tree.atoms.end()) return samples;
+        std::vector<std::string> ignoredProblems;
+        for (const auto& location : readSampleLocations(file, tree, *stbl, ignoredProblems, kMaximumTrackSamples)) {
+            samples.push_back(Sample{location.offset, location.size, location.duration, 1, false});
+        }
+    } catch (const FileError&) {
+        // A file that went away since it was opened has no samples to give.
+    }
+    return samples;
+}
+
 void readMedia(FileHandle& file, const AtomTree& tree, const AtomNode& mdia, Media& media)
 {
+    std::uint64_t duration = 0;
     for (const auto& child : tree.childrenOf(mdia)) {
         const Bytes payload = readAtomPayload(file, child);
-        if (child.type == atom::mdhd) {
-            std::uint64_t ignored = 0;
-            readTimes(payload, media.timeScale, ignored, &media.language);
-        }
+        if (child.type == atom::mdhd) readTimes(payload, media.timeScale, duration, &media.language);
         if (child.type == atom::hdlr && payload.size() >= 12) media.type = readU32BE(payload.data() + 8);
     }
     const auto minf = tree.childOfType(mdia, fourCC("minf"));
@@ -111,11 +130,9 @@ void readMedia(FileHandle& file, const AtomTree& tree, const AtomNode& mdia, Med
     if (auto stsd = tree.childOfType(*stbl, atom::stsd)) {
         media.sampleDescriptions = readSampleDescriptions(readAtomPayload(file, *stsd));
     }
-    std::vector<std::string> ignoredProblems;
-    for (const auto& location : readSampleLocations(file, tree, *stbl, ignoredProblems, kMaximumTrackSamples)) {
-        media.samples.push_back(Sample{location.offset, location.size, location.duration, 1, false});
-    }
     media.dataFile = file.path();
+    media.setSampleReader([path = file.path(), offset = stbl->offset] { return readSamples(path, offset); },
+                          static_cast<TimeValue>(duration));
 }
 
 std::unique_ptr<Track> readTrack(FileHandle& file, const AtomTree& tree, const AtomNode& trak, TimeScale movieScale)

@@ -137,11 +137,25 @@ private:
 
     Bytes mdia(const Media& media, std::int64_t& offset)
     {
-        SampleTable table;
-        for (const auto& sample : media.samples) {
-            table.add(sample.size, sample.duration, narrow(offset));
+        // The samples of a media lie one after another: a chunk holds each
+        // run of samples of one description, and equal durations are one run.
+        std::vector<std::uint32_t> sizes;
+        std::vector<TimeToSampleRun> times;
+        std::vector<SampleToChunkRun> chunks;
+        std::vector<std::uint32_t> chunkOffsets;
+        sizes.reserve(media.samples().size());
+        for (const auto& sample : media.samples()) {
+            sizes.push_back(sample.size);
+            if (times.empty() || times.back().duration != sample.duration) times.push_back({0, sample.duration});
+            ++times.back().count;
+            if (chunks.empty() || chunks.back().descriptionIndex != sample.descriptionIndex) {
+                chunks.push_back({static_cast<std::uint32_t>(chunks.size() + 1), 0, sample.descriptionIndex});
+                chunkOffsets.push_back(narrow(offset));
+            }
+            ++chunks.back().samplesPerChunk;
             offset += sample.size;
         }
+        narrow(offset);
         const Bytes header = atoms_.mdhd(narrow(media.timeScale), narrow(media.duration()), media.language);
         const Bytes handler =
             atoms_.hdlr({fourCC("mhlr"), media.type, fourCC("appl"), 0, 0, pascalName(mediaHandlerName(media.type))});
@@ -152,10 +166,10 @@ private:
         const Bytes dataHandler = atoms_.hdlr(aliasDataHandler(0));
         const Bytes dinf = atoms_.dinf();
         const Bytes stsd = atoms_.stsd(media.sampleDescriptions);
-        const Bytes stts = atoms_.stts(table);
-        const Bytes stsc = atoms_.stsc();
-        const Bytes stsz = atoms_.stsz(table);
-        const Bytes stco = atoms_.stco(table);
+        const Bytes stts = atoms_.stts(times);
+        const Bytes stsc = atoms_.stsc(chunks);
+        const Bytes stsz = atoms_.stsz(sizes);
+        const Bytes stco = atoms_.stco(chunkOffsets);
         const Bytes stbl = atoms_.container(atom::stbl, {stsd, stts, stsc, stsz, stco});
         const Bytes minf = atoms_.container(atom::minf, {mediaHeader, dataHandler, dinf, stbl});
         return atoms_.container(atom::mdia, {header, handler, minf});
@@ -167,13 +181,13 @@ private:
         std::optional<FileHandle> source;
         Bytes buffer;
         std::size_t i = 0;
-        while (i < media.samples.size()) {
-            const Sample& first = media.samples[i];
+        while (i < media.samples().size()) {
+            const Sample& first = media.samples()[i];
             std::uint64_t end = first.offset + first.size;
             std::size_t next = i + 1;
-            while (next < media.samples.size() && media.samples[next].held == first.held &&
-                   media.samples[next].offset == end) {
-                end += media.samples[next++].size;
+            while (next < media.samples().size() && media.samples()[next].held == first.held &&
+                   media.samples()[next].offset == end) {
+                end += media.samples()[next++].size;
             }
             if (first.held) {
                 const auto begin = media.heldBytes.begin() + static_cast<std::ptrdiff_t>(first.offset);

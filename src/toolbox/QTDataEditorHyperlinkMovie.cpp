@@ -270,6 +270,11 @@ void QTDataEditor::QTUtils_SetName(const std::string& name, Track* track)
     if (track) track->name = name;
 }
 
+void QTDataEditor::QTText_SetTextTrackAsHREFTrack(Track* track, bool isHREFTrack)
+{
+    QTUtils_SetName(isHREFTrack ? "HREFTrack" : "", track);
+}
+
 QTDataEditor::Handle QTDataEditor::myCreatePointerReferenceHandleForData(const void* data, std::size_t size)
 {
     Handle handle = NewHandle(0);

@@ -274,7 +274,7 @@ void GetTrackNextInterestingTime(const Track* track, std::int16_t flags, TimeVal
         return;
     }
     if (!(flags & nextTimeEdgeOK) && sampleStart == mediaTime) {
-        sampleStart += media.samples[*sample].duration;
+        sampleStart += media.samples()[*sample].duration;
         sample = media.sampleAtTime(sampleStart);
         if (!sample) {
             answer(invalidTime);
@@ -283,7 +283,7 @@ void GetTrackNextInterestingTime(const Track* track, std::int16_t flags, TimeVal
     }
     const TimeValue start = editStart + rescale(sampleStart - edit->mediaTime, media.timeScale, scale);
     if (interestingTime) *interestingTime = std::max(start, editStart);
-    if (interestingDuration) *interestingDuration = rescale(media.samples[*sample].duration, media.timeScale, scale);
+    if (interestingDuration) *interestingDuration = rescale(media.samples()[*sample].duration, media.timeScale, scale);
     answer(noErr);
 }
 
@@ -294,8 +294,8 @@ OSErr InsertTrackSegment(const Track* source, TimeValue sourceIn, TimeValue sour
     if (sourceIn < 0 || sourceDuration < 0 || destIn < 0) return answer(invalidTime);
     const Media& from = *source->media;
     Media& to = *destination->media;
-    if (to.samples.empty() && to.type == fourCC("soun")) to.timeScale = from.timeScale;
-    if (to.samples.empty()) to.dataFile = from.dataFile;
+    if (to.samples().empty() && to.type == fourCC("soun")) to.timeScale = from.timeScale;
+    if (to.samples().empty()) to.dataFile = from.dataFile;
     if (to.dataFile != from.dataFile) return answer(couldNotResolveDataRef);
 
     // A whole track of one stretch keeps its media whole, the samples before
@@ -304,6 +304,16 @@ OSErr InsertTrackSegment(const Track* source, TimeValue sourceIn, TimeValue sour
     const auto shownEdits =
         std::count_if(source->edits.begin(), source->edits.end(), [](const Edit& edit) { return edit.mediaTime >= 0; });
     const bool wholeMedia = sourceIn == 0 && sourceDuration >= source->duration() && shownEdits == 1;
+    if (wholeMedia && to.samples().empty() && to.sampleDescriptions.empty() && to.timeScale == from.timeScale) {
+        to.shareSamples(from);
+        std::vector<Edit> edits = source->edits;
+        for (auto& edit : edits)
+            edit.trackDuration = rescale(edit.trackDuration, movieScale(*source), movieScale(*destination));
+        const std::size_t index = splitEdits(*destination, destIn);
+        destination->edits.insert(destination->edits.begin() + static_cast<std::ptrdiff_t>(index), edits.begin(),
+                                  edits.end());
+        return answer(noErr);
+    }
     std::vector<Edit> inserted;
     TimeValue editStart = 0;
     const TimeValue sourceEnd = sourceIn + sourceDuration;
@@ -326,8 +336,8 @@ OSErr InsertTrackSegment(const Track* source, TimeValue sourceIn, TimeValue sour
         if (!first) continue;
         const TimeValue copiedAt = to.duration();
         TimeValue at = firstStart;
-        for (std::size_t i = *first; i < from.samples.size() && (wholeMedia || at < mediaEnd); ++i) {
-            Sample sample = from.samples[i];
+        for (std::size_t i = *first; i < from.samples().size() && (wholeMedia || at < mediaEnd); ++i) {
+            Sample sample = from.samples()[i];
             const Bytes& description = from.sampleDescriptions.at(sample.descriptionIndex - 1);
             sample.descriptionIndex = descriptionIndexFor(to, description);
             if (sample.held) {
@@ -335,7 +345,7 @@ OSErr InsertTrackSegment(const Track* source, TimeValue sourceIn, TimeValue sour
                 sample.offset = to.heldBytes.size();
                 to.heldBytes.insert(to.heldBytes.end(), bytes, bytes + sample.size);
             }
-            to.samples.push_back(sample);
+            to.samples().push_back(sample);
             at += sample.duration;
         }
         inserted.push_back(
@@ -428,7 +438,7 @@ OSErr AddMediaSample(Media* media, const Handle& data, long offset, std::size_t 
                   static_cast<std::uint32_t>(durationPerSample), descriptionIndexFor(*media, description->bytes), true};
     const auto begin = data->bytes.begin() + offset;
     media->heldBytes.insert(media->heldBytes.end(), begin, begin + static_cast<std::ptrdiff_t>(size));
-    media->samples.push_back(sample);
+    media->samples().push_back(sample);
     return answer(noErr);
 }
 
@@ -440,7 +450,7 @@ OSErr GetMediaSample(Media* media, const Handle& data, long maxSize, long* size,
     TimeValue start = 0;
     const auto index = media->sampleAtTime(time, &start);
     if (!index) return answer(invalidTime);
-    const Sample& sample = media->samples[*index];
+    const Sample& sample = media->samples()[*index];
     if (maxSize > 0 && sample.size > static_cast<std::size_t>(maxSize)) return answer(paramErr);
     if (data) data->bytes = media->sampleBytes(sample);
     if (size) *size = static_cast<long>(sample.size);

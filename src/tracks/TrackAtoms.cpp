@@ -203,33 +203,58 @@ Bytes TrackAtoms::stsd(const std::vector<Bytes>& sampleDescriptions)
 
 Bytes TrackAtoms::stsc()
 {
-    ByteWriter w(20);
-    putVersionFlagsAndCount(w, 1);
-    w.putU32BE(1).putU32BE(1).putU32BE(1);  // from chunk 1: one sample per chunk, description 1
+    const SampleToChunkRun eachSampleAChunk{1, 1, 1};
+    return stsc(std::span(&eachSampleAChunk, 1));
+}
+
+Bytes TrackAtoms::stsc(std::span<const SampleToChunkRun> runs)
+{
+    ByteWriter w(8 + 12 * runs.size());
+    putVersionFlagsAndCount(w, runs.size());
+    for (const auto& run : runs)
+        w.putU32BE(run.firstChunk).putU32BE(run.samplesPerChunk).putU32BE(run.descriptionIndex);
     return atom(atom::stsc, w.bytes());
 }
 
 Bytes TrackAtoms::stsz(const SampleTable& table)
 {
-    ByteWriter w(12 + 4 * table.sizes.size());
-    w.putU32BE(0).putU32BE(0).putU32BE(static_cast<std::uint32_t>(table.sizes.size()));
-    for (auto size : table.sizes) w.putU32BE(size);
+    return stsz(std::span(table.sizes));
+}
+
+Bytes TrackAtoms::stsz(std::span<const std::uint32_t> sizes)
+{
+    ByteWriter w(12 + 4 * sizes.size());
+    w.putU32BE(0).putU32BE(0).putU32BE(static_cast<std::uint32_t>(sizes.size()));
+    for (auto size : sizes) w.putU32BE(size);
     return atom(atom::stsz, w.bytes());
 }
 
 Bytes TrackAtoms::stts(const SampleTable& table)
 {
-    ByteWriter w(8 + 8 * table.durations.size());
-    putVersionFlagsAndCount(w, table.durations.size());
-    for (auto duration : table.durations) w.putU32BE(1).putU32BE(duration);
+    std::vector<TimeToSampleRun> runs;
+    runs.reserve(table.durations.size());
+    for (auto duration : table.durations) runs.push_back({1, duration});
+    return stts(runs);
+}
+
+Bytes TrackAtoms::stts(std::span<const TimeToSampleRun> runs)
+{
+    ByteWriter w(8 + 8 * runs.size());
+    putVersionFlagsAndCount(w, runs.size());
+    for (const auto& run : runs) w.putU32BE(run.count).putU32BE(run.duration);
     return atom(atom::stts, w.bytes());
 }
 
 Bytes TrackAtoms::stco(const SampleTable& table)
 {
-    ByteWriter w(8 + 4 * table.offsets.size());
-    putVersionFlagsAndCount(w, table.offsets.size());
-    for (auto offset : table.offsets) w.putU32BE(offset);
+    return stco(std::span(table.offsets));
+}
+
+Bytes TrackAtoms::stco(std::span<const std::uint32_t> chunkOffsets)
+{
+    ByteWriter w(8 + 4 * chunkOffsets.size());
+    putVersionFlagsAndCount(w, chunkOffsets.size());
+    for (auto offset : chunkOffsets) w.putU32BE(offset);
     return atom(atom::stco, w.bytes());
 }
 

@@ -68,6 +68,17 @@ struct SampleTable {
     }
 };
 
+// The compact forms of the sample tables, for tracks of many samples.
+struct TimeToSampleRun {
+    std::uint32_t count = 0;
+    std::uint32_t duration = 0;
+};
+struct SampleToChunkRun {
+    std::uint32_t firstChunk = 0;
+    std::uint32_t samplesPerChunk = 0;
+    std::uint32_t descriptionIndex = 1;
+};
+
 // A 16-bit header field as the track templates store it: the sign-extended
 // value swapped as 32 bits, of which only the low half is kept. Every value
 // comes out 0x0000 but 0xFFFF and the other negatives, which come out 0xFFFF.
@@ -104,9 +115,13 @@ public:
     Bytes stsd(std::span<const std::uint8_t> sampleDescription);
     Bytes stsd(const std::vector<Bytes>& sampleDescriptions);
     Bytes stsc();
+    Bytes stsc(std::span<const SampleToChunkRun> runs);
     Bytes stsz(const SampleTable& table);
+    Bytes stsz(std::span<const std::uint32_t> sizes);
     Bytes stts(const SampleTable& table);
+    Bytes stts(std::span<const TimeToSampleRun> runs);
     Bytes stco(const SampleTable& table);
+    Bytes stco(std::span<const std::uint32_t> chunkOffsets);
 
 private:
     QTDataEditor& editor_;
