@@ -108,7 +108,8 @@ std::vector<Sample> readSamples(const std::filesystem::path& path, std::int64_t 
         if (stbl == tree.atoms.end()) return samples;
         std::vector<std::string> ignoredProblems;
         for (const auto& location : readSampleLocations(file, tree, *stbl, ignoredProblems, kMaximumTrackSamples)) {
-            samples.push_back(Sample{location.offset, location.size, location.duration, 1, false});
+            samples.push_back(
+                Sample{location.offset, location.size, location.duration, location.descriptionIndex, false});
         }
     } catch (const FileError&) {
         // A file that went away since it was opened has no samples to give.

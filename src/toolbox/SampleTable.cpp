@@ -11,16 +11,6 @@ namespace quillora::toolbox {
 
 namespace {
 
-struct ChunkRun {
-    std::uint32_t firstChunk = 0;
-    std::uint32_t samplesPerChunk = 0;
-};
-
-struct TimeRun {
-    std::uint32_t count = 0;
-    std::uint32_t duration = 0;
-};
-
 std::optional<AtomNode> childOfType(const AtomTree& tree, const AtomNode& parent, std::uint32_t type)
 {
     for (const auto& child : tree.childrenOf(parent)) {
@@ -66,22 +56,22 @@ std::vector<std::uint64_t> readChunkOffsets(const Bytes& payload, bool longOffse
     return offsets;
 }
 
-std::vector<ChunkRun> readChunkRuns(const Bytes& stsc)
+std::vector<SampleToChunkRun> readSampleToChunkRuns(const Bytes& stsc)
 {
     ByteReader reader = tableReader(stsc);
-    std::vector<ChunkRun> runs(entryCount(reader, 12));
+    std::vector<SampleToChunkRun> runs(entryCount(reader, 12));
     for (auto& run : runs) {
         run.firstChunk = reader.getU32BE();
         run.samplesPerChunk = reader.getU32BE();
-        reader.skip(4);  // sample description index
+        run.descriptionIndex = reader.getU32BE();
     }
     return runs;
 }
 
-std::vector<TimeRun> readTimeRuns(const Bytes& stts)
+std::vector<TimeToSampleRun> readTimeToSampleRuns(const Bytes& stts)
 {
     ByteReader reader = tableReader(stts);
-    std::vector<TimeRun> runs(entryCount(reader, 8));
+    std::vector<TimeToSampleRun> runs(entryCount(reader, 8));
     for (auto& run : runs) {
         run.count = reader.getU32BE();
         run.duration = reader.getU32BE();
@@ -89,15 +79,15 @@ std::vector<TimeRun> readTimeRuns(const Bytes& stts)
     return runs;
 }
 
-// Samples of a chunk: from the last run that starts at or before it.
-std::uint32_t samplesInChunk(const std::vector<ChunkRun>& runs, std::uint32_t chunk)
+// The run a chunk belongs to: the last that starts at or before it (none: no samples).
+SampleToChunkRun runOfChunk(const std::vector<SampleToChunkRun>& runs, std::uint32_t chunk)
 {
-    std::uint32_t samples = 0;
+    SampleToChunkRun found{chunk, 0, 1};
     for (const auto& run : runs) {
         if (run.firstChunk > chunk) break;
-        samples = run.samplesPerChunk;
+        found = run;
     }
-    return samples;
+    return found;
 }
 
 }  // namespace
@@ -140,17 +130,18 @@ std::vector<SampleLocation> readSampleLocations(FileHandle& file, const AtomTree
         const auto sizes = readSampleSizes(readAtomPayload(file, *stsz), maximum);
         const auto chunkOffsets = stco ? readChunkOffsets(readAtomPayload(file, *stco), false)
                                        : readChunkOffsets(readAtomPayload(file, *co64), true);
-        const auto chunkRuns = readChunkRuns(readAtomPayload(file, *stsc));
-        const auto timeRuns = readTimeRuns(readAtomPayload(file, *stts));
+        const auto chunkRuns = readSampleToChunkRuns(readAtomPayload(file, *stsc));
+        const auto timeRuns = readTimeToSampleRuns(readAtomPayload(file, *stts));
 
         samples.resize(sizes.size());
         std::size_t next = 0;
         for (std::size_t chunk = 0; chunk < chunkOffsets.size() && next < samples.size(); ++chunk) {
             std::uint64_t offset = chunkOffsets[chunk];
-            const std::uint32_t inChunk = samplesInChunk(chunkRuns, static_cast<std::uint32_t>(chunk + 1));
-            for (std::uint32_t i = 0; i < inChunk && next < samples.size(); ++i, ++next) {
+            const SampleToChunkRun run = runOfChunk(chunkRuns, static_cast<std::uint32_t>(chunk + 1));
+            for (std::uint32_t i = 0; i < run.samplesPerChunk && next < samples.size(); ++i, ++next) {
                 samples[next].offset = offset;
                 samples[next].size = sizes[next];
+                samples[next].descriptionIndex = run.descriptionIndex;
                 offset += sizes[next];
             }
         }

@@ -16,6 +16,18 @@ struct SampleLocation {
     std::uint32_t size = 0;
     std::uint64_t time = 0;  // start, in the media's time scale
     std::uint32_t duration = 0;
+    std::uint32_t descriptionIndex = 1;
+};
+
+// The entries of 'stts' and 'stsc', as runs.
+struct TimeToSampleRun {
+    std::uint32_t count = 0;
+    std::uint32_t duration = 0;
+};
+struct SampleToChunkRun {
+    std::uint32_t firstChunk = 0;
+    std::uint32_t samplesPerChunk = 0;
+    std::uint32_t descriptionIndex = 1;
 };
 
 // More samples than this are damage for the tracks that are listed sample

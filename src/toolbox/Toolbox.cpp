@@ -338,7 +338,10 @@ OSErr InsertTrackSegment(const Track* source, TimeValue sourceIn, TimeValue sour
         TimeValue at = firstStart;
         for (std::size_t i = *first; i < from.samples().size() && (wholeMedia || at < mediaEnd); ++i) {
             Sample sample = from.samples()[i];
-            const Bytes& description = from.sampleDescriptions.at(sample.descriptionIndex - 1);
+            if (sample.descriptionIndex == 0 || sample.descriptionIndex > from.sampleDescriptions.size()) {
+                return answer(badDataRefIndex);
+            }
+            const Bytes& description = from.sampleDescriptions[sample.descriptionIndex - 1];
             sample.descriptionIndex = descriptionIndexFor(to, description);
             if (sample.held) {
                 const auto bytes = from.heldBytes.begin() + static_cast<std::ptrdiff_t>(sample.offset);
@@ -456,7 +459,10 @@ OSErr GetMediaSample(Media* media, const Handle& data, long maxSize, long* size,
     if (size) *size = static_cast<long>(sample.size);
     if (sampleTime) *sampleTime = start;
     if (durationPerSample) *durationPerSample = sample.duration;
-    if (description) description->bytes = media->sampleDescriptions.at(sample.descriptionIndex - 1);
+    if (sample.descriptionIndex == 0 || sample.descriptionIndex > media->sampleDescriptions.size()) {
+        return answer(badDataRefIndex);
+    }
+    if (description) description->bytes = media->sampleDescriptions[sample.descriptionIndex - 1];
     if (descriptionIndex) *descriptionIndex = sample.descriptionIndex;
     if (numberOfSamples) *numberOfSamples = 1;
     if (sampleFlags) *sampleFlags = 0;

@@ -18,6 +18,7 @@ inline constexpr OSErr invalidMovie = -2010;
 inline constexpr OSErr invalidDuration = -2014;
 inline constexpr OSErr invalidTime = -2015;
 inline constexpr OSErr couldNotResolveDataRef = -2000;
+inline constexpr OSErr badDataRefIndex = -2050;
 
 inline constexpr std::int32_t movieTrackMediaType = 1 << 0;
 inline constexpr std::int16_t nextTimeMediaSample = 1 << 0;

@@ -14,6 +14,7 @@
 
 #include "QTDataEditor.h"
 #include "foundation/Bytes.h"
+#include "toolbox/SampleTable.h"
 
 namespace quillora {
 
@@ -69,15 +70,8 @@ struct SampleTable {
 };
 
 // The compact forms of the sample tables, for tracks of many samples.
-struct TimeToSampleRun {
-    std::uint32_t count = 0;
-    std::uint32_t duration = 0;
-};
-struct SampleToChunkRun {
-    std::uint32_t firstChunk = 0;
-    std::uint32_t samplesPerChunk = 0;
-    std::uint32_t descriptionIndex = 1;
-};
+using toolbox::SampleToChunkRun;
+using toolbox::TimeToSampleRun;
 
 // A 16-bit header field as the track templates store it: the sign-extended
 // value swapped as 32 bits, of which only the low half is kept. Every value
