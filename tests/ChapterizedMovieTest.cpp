@@ -12,8 +12,10 @@
 #include "QuickTimePlugin/QuickTimePlugin.h"
 #include "TestSupport.h"
 #include "foundation/FourCC.h"
+#include "foundation/Log.h"
 #include "foundation/PropertyList.h"
 #include "metadata/MetaDataFormatting.h"
+#include "toolbox/MovieContents.h"
 #include "toolbox/TextMedia.h"
 
 namespace quillora {
@@ -76,6 +78,11 @@ TEST(ChapterizedMovie, SampleLectureExportsAMovieOtherReadersPlay)
     const Value tags = readValueFile(sample / "tags.json");
     EXPECT_NE(probe.find("tag:com.apple.quicktime.author=" + *tags.stringForKey("author")), std::string::npos);
     EXPECT_NE(probe.find("tag:com.apple.quicktime.displayname=" + *tags.stringForKey("title")), std::string::npos);
+
+    const auto inspected = test::runQuillora("inspect " + shellQuote(movie.string()));
+    EXPECT_EQ(inspected.status, 0) << inspected.output;
+    EXPECT_NE(inspected.output.find("Course page  ->  https://example.org/optics\n"), std::string::npos);
+    EXPECT_NE(inspected.output.find("com.apple.quicktime.author  " + *tags.stringForKey("author")), std::string::npos);
 
     QTDataEditor editor;
     const Value native = *editor.getMetaDataForFileAtPath(movie.string()).get("QuickTimeNative");
@@ -152,6 +159,45 @@ TEST(ChapterizedMovie, LinkActionContainerFollowsTheQTAtomLayout)
         EXPECT_EQ(std::make_tuple(action.children[1].type, action.children[1].data),
                   std::make_tuple("parm", c.parameter));
     }
+}
+
+// Text track of the given sample texts, 600 units each.
+void addTextTrack(toolbox::Movie& movie, std::initializer_list<std::string> texts)
+{
+    using namespace toolbox;
+    Track* track = NewMovieTrack(movie, 0, 0, 0);
+    Media* media = NewTrackMedia(track, fourCC("text"), 600, nullptr, 0);
+    for (const auto& text : texts) {
+        TextMediaAddTextSample(media, text.data(), text.size(), 0, 0, 0, nullptr, nullptr, 0, nullptr, 0, 0, 0, 0,
+                               nullptr, 600, nullptr);
+    }
+    InsertMediaIntoTrack(track, 0, 0, GetMediaDuration(media), kFixed1);
+}
+
+TEST(ChapterizedMovie, WiringAnExistingTextTrackAddsActionsToItsSamples)
+{
+    test::TemporaryFolder folder;
+    toolbox::Movie movie;
+    addTextTrack(movie, {"chapter one", "chapter two"});
+    addTextTrack(movie, {"link one", "link two"});
+    QTDataEditor editor;
+    editor.setSourceMovie(&movie);
+    // The wired sample moves to the end of the media; the whole media is then shown from the start.
+    ASSERT_TRUE(editor.AddHTAct_AddHyperTextToTextMovie(Value::array({Value::dictionary({{"timeValue", 0}})})));
+    ASSERT_TRUE(movie.writeToFile(folder.path() / "wired.mov", Value::dictionary()));
+
+    const auto contents = toolbox::readMovieContents(folder.path() / "wired.mov");
+    std::vector<std::pair<std::string, std::string>> links;
+    for (const auto& sample : contents.links.samples) links.emplace_back(sample.text, sample.url);
+    EXPECT_EQ(contents.links.trackID, 2u);
+    EXPECT_EQ(links, (std::vector<std::pair<std::string, std::string>>{
+                         {"link one", ""}, {"link two", ""}, {"link one", "http://www.example.com/"}}));
+    EXPECT_EQ(movie.tracks()[1]->duration(), 1800 + 600);
+
+    // After the first sample's span is cut out, the second's time lies past the track's end.
+    CapturedLog log;
+    EXPECT_FALSE(editor.AddHTAct_AddHyperTextToTextMovie(Value::array({Value::dictionary({{"timeValue", 2400}})})));
+    EXPECT_TRUE(log.contains("-[QTDataEditor AddHTAct_AddHyperTextToTextMovie:]  Could not get media sample"));
 }
 
 class SilentUserInterface : public HostUserInterface {
