@@ -147,12 +147,12 @@ bool QTDataEditor::AddHTAct_AddHyperTextToTextMovie(const Value& transitions)
         logMethod(kAddToTextMovie, "sampleSize {} and time {}", size, sampleTime);
         logMethod(kAddToTextMovie, "sampleSize from direct call {}", GetHandleSize(sample));
         if (!addHTAct_AddHyperActions(container, sample)) return stop("Error adding hepertext actions");
-        const Fixed rate = GetTrackEditRate(track, mediaTime);
+        // The edit rate is asked for, but the search runs at normal speed.
+        [[maybe_unused]] const Fixed rate = GetTrackEditRate(track, mediaTime);
         TimeValue interesting = 0;
         TimeValue interestingDuration = 0;
         GetTrackNextInterestingTime(track, kInterestingFlags, mediaTime, kFixed1, &interesting, &interestingDuration);
         if (GetMoviesError() != noErr) return stop("Could not GetTrackNextInterestingTime");
-        (void)rate;
         if (DeleteTrackSegment(track, interesting, interestingDuration) != noErr)
             return stop("Could not DeleteTrackSegment");
         if (BeginMediaEdits(media) != noErr) return stop("Could not BeginMediaEdits");
