@@ -13,6 +13,7 @@
 #include "foundation/UserDefaults.h"
 #include "toolbox/MetaDataAtoms.h"
 #include "toolbox/Toolbox.h"
+#include "tracks/TextStyle.h"
 
 namespace quillora {
 
@@ -382,7 +383,7 @@ bool QuickTimePlugin::exportAsChapterizedQuicktimeFileToPath(const std::string& 
     auto recording = Movie::movieWithFile(tempFileRecordingPath(), &openError);
     if (!recording)
         saveError_ = ErrorRecord{"NSCocoaErrorDomain", 0, Value::dictionary({{kLocalizedDescriptionKey, openError}})};
-    if (recording && movie) status = editor->copyAudioTrackFrom(*recording);
+    if (recording && movie) editor->copyAudioTrackFrom(*recording);
     recording.reset();  // the new movie shares what it needs of the recording's sample table
     if (saveError_ || status != 0 || !movie) {
         editor.reset();
@@ -412,8 +413,7 @@ bool QuickTimePlugin::exportAsChapterizedQuicktimeFileToPath(const std::string& 
     const Value* supportForURL = defaults.objectForKey("supportForURL");
     if (supportForURL && supportForURL->isBool() && *supportForURL->asBool() && haveSlides) {
         const Value attributes = textTrackAttributes(defaults);
-        const std::int64_t fontSize =
-            attributes.get("textTrackFontSize") ? attributes.get("textTrackFontSize")->asInteger().value_or(0) : 0;
+        const std::int64_t fontSize = textStyleFromAttributes(attributes).fontSize;
         const Value parameters = Value::dictionary({{"height", fontSize + 10}, {"width", 800}});
         bool added = false;
         try {
