@@ -107,7 +107,9 @@ std::vector<Sample> readSamples(const std::filesystem::path& path, std::int64_t 
         });
         if (stbl == tree.atoms.end()) return samples;
         std::vector<std::string> ignoredProblems;
-        for (const auto& location : readSampleLocations(file, tree, *stbl, ignoredProblems, kMaximumTrackSamples)) {
+        const auto locations = readSampleLocations(file, tree, *stbl, ignoredProblems, kMaximumTrackSamples);
+        samples.reserve(locations.size());
+        for (const auto& location : locations) {
             samples.push_back(
                 Sample{location.offset, location.size, location.duration, location.descriptionIndex, false});
         }
