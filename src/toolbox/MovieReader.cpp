@@ -107,12 +107,13 @@ std::vector<Sample> readSamples(const std::filesystem::path& path, std::int64_t 
         });
         if (stbl == tree.atoms.end()) return samples;
         std::vector<std::string> ignoredProblems;
-        const auto locations = readSampleLocations(file, tree, *stbl, ignoredProblems, kMaximumTrackSamples);
-        samples.reserve(locations.size());
-        for (const auto& location : locations) {
-            samples.push_back(
-                Sample{location.offset, location.size, location.duration, location.descriptionIndex, false});
-        }
+        // Room for the declared samples, as far as the file could hold them.
+        samples.reserve(std::min<std::uint64_t>(sampleCount(file, tree, *stbl), file.length() / 16));
+        forEachSampleLocation(file, tree, *stbl, ignoredProblems, kMaximumTrackSamples,
+                              [&samples](const SampleLocation& location) {
+                                  samples.push_back(Sample{location.offset, location.size, location.duration,
+                                                           location.descriptionIndex, false});
+                              });
     } catch (const FileError&) {
         // A file that went away since it was opened has no samples to give.
     }

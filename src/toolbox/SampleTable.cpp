@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <functional>
 #include <optional>
 
 #include "foundation/FourCC.h"
@@ -79,17 +80,6 @@ std::vector<TimeToSampleRun> readTimeToSampleRuns(const Bytes& stts)
     return runs;
 }
 
-// The run a chunk belongs to: the last that starts at or before it (none: no samples).
-SampleToChunkRun runOfChunk(const std::vector<SampleToChunkRun>& runs, std::uint32_t chunk)
-{
-    SampleToChunkRun found{chunk, 0, 1};
-    for (const auto& run : runs) {
-        if (run.firstChunk > chunk) break;
-        found = run;
-    }
-    return found;
-}
-
 }  // namespace
 
 Bytes readAtomPayload(FileHandle& file, const AtomNode& node)
@@ -112,8 +102,9 @@ std::uint32_t sampleCount(FileHandle& file, const AtomTree& tree, const AtomNode
     }
 }
 
-std::vector<SampleLocation> readSampleLocations(FileHandle& file, const AtomTree& tree, const AtomNode& stbl,
-                                                std::vector<std::string>& problems, std::uint32_t maximum)
+void forEachSampleLocation(FileHandle& file, const AtomTree& tree, const AtomNode& stbl,
+                           std::vector<std::string>& problems, std::uint32_t maximum,
+                           const std::function<void(const SampleLocation&)>& visit)
 {
     auto stsz = childOfType(tree, stbl, atom::stsz);
     auto stsc = childOfType(tree, stbl, atom::stsc);
@@ -122,48 +113,67 @@ std::vector<SampleLocation> readSampleLocations(FileHandle& file, const AtomTree
     auto co64 = childOfType(tree, stbl, atom::co64);
     if (!stsz || !stsc || !stts || !(stco || co64)) {
         problems.push_back(fmt::format("the sample table at offset {} is incomplete", stbl.offset));
-        return {};
+        return;
     }
-
-    std::vector<SampleLocation> samples;
+    std::vector<std::uint32_t> sizes;
+    std::vector<std::uint64_t> chunkOffsets;
+    std::vector<SampleToChunkRun> chunkRuns;
+    std::vector<TimeToSampleRun> timeRuns;
     try {
-        const auto sizes = readSampleSizes(readAtomPayload(file, *stsz), maximum);
-        const auto chunkOffsets = stco ? readChunkOffsets(readAtomPayload(file, *stco), false)
-                                       : readChunkOffsets(readAtomPayload(file, *co64), true);
-        const auto chunkRuns = readSampleToChunkRuns(readAtomPayload(file, *stsc));
-        const auto timeRuns = readTimeToSampleRuns(readAtomPayload(file, *stts));
-
-        samples.resize(sizes.size());
-        std::size_t next = 0;
-        for (std::size_t chunk = 0; chunk < chunkOffsets.size() && next < samples.size(); ++chunk) {
-            std::uint64_t offset = chunkOffsets[chunk];
-            const SampleToChunkRun run = runOfChunk(chunkRuns, static_cast<std::uint32_t>(chunk + 1));
-            for (std::uint32_t i = 0; i < run.samplesPerChunk && next < samples.size(); ++i, ++next) {
-                samples[next].offset = offset;
-                samples[next].size = sizes[next];
-                samples[next].descriptionIndex = run.descriptionIndex;
-                offset += sizes[next];
-            }
-        }
-        if (next < samples.size()) {
-            problems.push_back(fmt::format("the chunk tables place only {} of {} samples", next, samples.size()));
-            samples.resize(next);
-        }
-
-        std::uint64_t time = 0;
-        std::size_t timed = 0;
-        for (const auto& run : timeRuns) {
-            for (std::uint32_t i = 0; i < run.count && timed < samples.size(); ++i, ++timed) {
-                samples[timed].time = time;
-                samples[timed].duration = run.duration;
-                time += run.duration;
-            }
-        }
-        if (timed < samples.size()) problems.push_back("the time table covers fewer samples than the size table");
+        sizes = readSampleSizes(readAtomPayload(file, *stsz), maximum);
+        chunkOffsets = stco ? readChunkOffsets(readAtomPayload(file, *stco), false)
+                            : readChunkOffsets(readAtomPayload(file, *co64), true);
+        chunkRuns = readSampleToChunkRuns(readAtomPayload(file, *stsc));
+        timeRuns = readTimeToSampleRuns(readAtomPayload(file, *stts));
     } catch (const std::out_of_range& error) {
         problems.push_back(fmt::format("damaged sample table at offset {}: {}", stbl.offset, error.what()));
-        samples.clear();
+        return;
     }
+
+    // One pass over the chunks, with a cursor in each run table.
+    std::size_t next = 0;
+    std::size_t chunkRun = 0;
+    std::size_t timeRun = 0;
+    std::uint32_t timedInRun = 0;
+    std::uint64_t time = 0;
+    bool untimed = false;
+    for (std::size_t chunk = 0; chunk < chunkOffsets.size() && next < sizes.size(); ++chunk) {
+        const auto number = static_cast<std::uint32_t>(chunk + 1);
+        while (chunkRun + 1 < chunkRuns.size() && chunkRuns[chunkRun + 1].firstChunk <= number) ++chunkRun;
+        // A chunk before the first run holds no samples.
+        const bool inRun = !chunkRuns.empty() && chunkRuns[chunkRun].firstChunk <= number;
+        const SampleToChunkRun run = inRun ? chunkRuns[chunkRun] : SampleToChunkRun{number, 0, 1};
+        std::uint64_t offset = chunkOffsets[chunk];
+        for (std::uint32_t i = 0; i < run.samplesPerChunk && next < sizes.size(); ++i, ++next) {
+            SampleLocation location{offset, sizes[next], 0, 0, run.descriptionIndex};
+            while (timeRun < timeRuns.size() && timedInRun == timeRuns[timeRun].count) {
+                ++timeRun;
+                timedInRun = 0;
+            }
+            if (timeRun < timeRuns.size()) {
+                location.time = time;
+                location.duration = timeRuns[timeRun].duration;
+                time += location.duration;
+                ++timedInRun;
+            } else {
+                untimed = true;
+            }
+            visit(location);
+            offset += sizes[next];
+        }
+    }
+    if (next < sizes.size()) {
+        problems.push_back(fmt::format("the chunk tables place only {} of {} samples", next, sizes.size()));
+    }
+    if (untimed) problems.push_back("the time table covers fewer samples than the size table");
+}
+
+std::vector<SampleLocation> readSampleLocations(FileHandle& file, const AtomTree& tree, const AtomNode& stbl,
+                                                std::vector<std::string>& problems, std::uint32_t maximum)
+{
+    std::vector<SampleLocation> samples;
+    forEachSampleLocation(file, tree, stbl, problems, maximum,
+                          [&samples](const SampleLocation& location) { samples.push_back(location); });
     return samples;
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,11 @@ std::uint32_t sampleCount(FileHandle& file, const AtomTree& tree, const AtomNode
 std::vector<SampleLocation> readSampleLocations(FileHandle& file, const AtomTree& tree, const AtomNode& stbl,
                                                 std::vector<std::string>& problems,
                                                 std::uint32_t maximum = kMaximumListedSamples);
+
+// The same, one sample at a time, for tables too large to hold twice.
+void forEachSampleLocation(FileHandle& file, const AtomTree& tree, const AtomNode& stbl,
+                           std::vector<std::string>& problems, std::uint32_t maximum,
+                           const std::function<void(const SampleLocation&)>& visit);
 
 // A movie's tracks are read whole, up to this many samples each.
 inline constexpr std::uint32_t kMaximumTrackSamples = 1u << 24;
