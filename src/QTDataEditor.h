@@ -24,6 +24,9 @@ namespace quillora {
 
 namespace toolbox {
 class Movie;
+struct Track;
+struct MovieStorage;
+struct HandleBlock;
 }
 
 // Where a search found an atom: its offset and the size its header declares.
@@ -127,6 +130,54 @@ public:
     // user data atom.
     bool addChapterList(const Value& transitions, FileHandle& file);
 
+    // --- the chapterized movie through the toolbox (src/toolbox/) ------------
+    using Handle = std::shared_ptr<toolbox::HandleBlock>;
+    // A new, empty movie stored in a temporary file; status is -1 until the
+    // storage is made, then the toolbox's answer.
+    std::unique_ptr<toolbox::Movie> movieFromTempFile(std::unique_ptr<toolbox::MovieStorage>& dataHandler,
+                                                      std::int16_t& status);
+    // Copies the recording's first sound track into the source movie.
+    std::int16_t copyAudioTrackFrom(toolbox::Movie& recording);
+    // The slides as pictures and a chapter text track that the sound track
+    // names; error is never set. Throws std::out_of_range when the movie has
+    // no sound track to refer from.
+    bool addChapterTrack(const Value& transitions, ErrorRecord* error = nullptr);
+    std::string saveAsEnhancedPodcast(const std::string& path);
+    Value chapterList() const;
+    void setChapterList(const Value& /*list*/) {}
+    const std::string& moviePath() const { return moviePath_; }
+    // The chapter media's text description, kept for the hyperlink track.
+    const Handle& pullDesc() const { return pullDesc_; }
+
+    // --- hyperlinks through the toolbox (src/toolbox/) -----------------------
+    bool addHTAct_CreateHyperTextActionContainer(Handle& container, const std::string& url);
+    bool addHTAct_AddHyperActions(const Handle& container, const Handle& sample);
+    bool AddHTAct_AddHyperTextToTextMovie(const Value& transitions);
+    bool addTextTrackWithHyperLinks(const Value& transitions, const Value& attributes, const Value& parameters);
+    void QTUtils_SetName(const std::string& name, toolbox::Track* track);
+    // Players treat a text track named "HREFTrack" as one whose samples are links.
+    void QTText_SetTextTrackAsHREFTrack(toolbox::Track* track, bool isHREFTrack);
+    // The bytes themselves, as a pointer data reference's handle holds them.
+    static Handle myCreatePointerReferenceHandleForData(const void* data, std::size_t size);
+    // The URL as a C string, terminator included.
+    static Handle myCreateURLDataReferenceHandle(const std::string& url);
+    // At most 255 bytes of the C string after a length byte.
+    static void qtText_CopyCStringToPascal(const char* source, std::uint8_t (&destination)[256]);
+    // UTF-16 big-endian, '?' for what cannot be converted.
+    static Bytes dataRepresentationOfString(const std::string& text);
+
+    // --- movie metadata through the toolbox (src/toolbox/) -------------------
+    // {"iTunesShortForm", "iTunesLongForm", "QuickTimeNative"}: key to text.
+    Value getMetaDataForFileAtPath(const std::string& path);
+    Value getMetaDataFromMovie(toolbox::Movie& movie, std::uint32_t dataStorageFormatType,
+                               std::uint32_t dataKeyFormatType);
+    // Sets "software" in tags, then adds the common items of the source
+    // movie. Failures are InternalInconsistency.
+    bool setMetaData(const Value& tags, std::uint32_t storageFormat);
+    // The user's first language ("AppleLanguages"), Mac OS Roman bytes.
+    std::string langCode();
+    void updateMovie();
+
 private:
     struct AtomHeader {
         std::int32_t size;
@@ -141,6 +192,8 @@ private:
     FileHandle& requireSourceFileHandle() const;
 
     std::string aFileName_;
+    std::string moviePath_;
+    Handle pullDesc_;
     std::shared_ptr<FileHandle> sourceFileHandle_;
     toolbox::Movie* sourceMovie_ = nullptr;
     std::string tempSourceFilePath_;

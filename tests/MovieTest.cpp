@@ -21,8 +21,8 @@ TEST(Movie, ReadsTimeScaleDurationAndTracksAsFfprobeDoes)
         EXPECT_EQ(std::to_string(movie->tracks().size()), probe.output.substr(0, comma));
         EXPECT_NEAR(static_cast<double>(movie->duration()) / 600.0, std::stod(probe.output.substr(comma + 1)), 0.05);
         for (std::size_t i = 0; i < movie->tracks().size(); ++i) {
-            EXPECT_EQ(movie->tracks()[i].trackID, i + 1);
-            EXPECT_EQ(movie->tracks()[i].handlerType, fourCC("soun"));
+            EXPECT_EQ(movie->tracks()[i]->trackID, i + 1);
+            EXPECT_EQ(movie->tracks()[i]->mediaType(), fourCC("soun"));
         }
     }
     std::string error;

@@ -25,7 +25,9 @@ int runAtomsCommand(const std::filesystem::path& path, std::ostream& out, std::o
     }
     out << fmt::format("{:<24} {:>12} {:>12}\n", "atom", "offset", "size");
     for (const auto& node : tree.atoms) {
-        std::string name = std::string(static_cast<std::size_t>(node.depth) * 2, ' ') + stringFromFourCC(node.type);
+        // The items of a movie's own metadata are named by their key's index.
+        const std::string type = node.type < 0x20000000 ? fmt::format("#{}", node.type) : stringFromFourCC(node.type);
+        std::string name = std::string(static_cast<std::size_t>(node.depth) * 2, ' ') + type;
         out << fmt::format("{:<24} {:>12} {:>12}\n", name, node.offset, node.size);
     }
     for (const auto& problem : tree.problems) err << "quillora: warning: " << problem << "\n";

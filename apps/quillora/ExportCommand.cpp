@@ -1,4 +1,5 @@
 #include "ExportCommand.h"
+#include "StandardLanguages.h"
 
 #include <fmt/format.h>
 #include <stdlib.h>
@@ -147,7 +148,8 @@ void checkExport(const ExportOptions& options, CheckedExport& checked)
     for (const auto& file : {options.tags, options.defaults, options.templateFile}) {
         if (file) checked.inputs.push_back(*file);
     }
-    UserDefaults::setStandardUserDefaults(options.defaults ? readDefaults(*options.defaults) : UserDefaults());
+    UserDefaults::setStandardUserDefaults(
+        withPreferredLanguages(options.defaults ? readDefaults(*options.defaults) : UserDefaults()));
 
     if (options.output) checked.destination = checkDestination(*options.output, checked);
     if (options.pipeline != "in-place") {

@@ -119,15 +119,14 @@ RecordingFacts checkRecording(const std::filesystem::path& path, bool enhancedPo
 
     if (!enhancedPodcast) return facts;
     const auto& tracks = movie->tracks();
-    const auto sound = std::count_if(tracks.begin(), tracks.end(), [](const toolbox::MovieTrack& track) {
-        return track.handlerType == fourCC("soun");
-    });
+    const auto sound = std::count_if(tracks.begin(), tracks.end(),
+                                     [](const auto& track) { return track->mediaType() == fourCC("soun"); });
     if (tracks.size() != 1 || sound != 1) {
         throw InputError(fmt::format("The recording {} has {} tracks, {} of them sound; an enhanced podcast is made "
                                      "from a recording of exactly one sound track",
                                      path.string(), tracks.size(), sound));
     }
-    const std::uint32_t id = tracks.front().trackID;
+    const std::uint32_t id = tracks.front()->trackID;
     if (std::find(std::begin(kFixedTrackIDs), std::end(kFixedTrackIDs), id) != std::end(kFixedTrackIDs)) {
         throw InputError(fmt::format("The recording {}: its sound track has ID {}, which the chapter, picture and "
                                      "link tracks (IDs 2, 3 and 4) need",

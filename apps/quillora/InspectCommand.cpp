@@ -49,7 +49,9 @@ void printContents(std::ostream& out, const toolbox::MovieContents& contents)
 
     if (contents.tags.empty()) out << "\nTags: none\n";
     if (!contents.tags.empty()) out << fmt::format("\nTags ({})\n", contents.tags.size());
-    for (const auto& tag : contents.tags) out << fmt::format("  {}  {}\n", stringFromFourCC(tag.type), tag.value);
+    for (const auto& tag : contents.tags) {
+        out << fmt::format("  {}  {}\n", tag.key.empty() ? stringFromFourCC(tag.type) : tag.key, tag.value);
+    }
 }
 
 }  // namespace

@@ -13,6 +13,9 @@
 #include "foundation/Log.h"
 #include "foundation/Progress.h"
 #include "foundation/UserDefaults.h"
+#include "toolbox/MetaDataAtoms.h"
+#include "toolbox/Toolbox.h"
+#include "tracks/TextStyle.h"
 
 namespace quillora {
 
@@ -23,6 +26,8 @@ constexpr const char* kSourceFile = "QuickTimePlugin/QuickTimePlugin";
 
 constexpr std::string_view kHandleExport = "-[QuickTimePlugin handleExport]";
 constexpr std::string_view kCopyToDestination = "-[QuickTimePlugin copyCompletedWorkingFileToDestination]";
+constexpr std::string_view kExportAsMovie = "-[QuickTimePlugin exportAsChapterizedQuicktimeFileToPath:]";
+constexpr std::int64_t kMovieType = 0x4D6F6F56;  // 'MooV'
 
 constexpr const char* kNibName = "QuicktimePlugin";
 constexpr const char* kHelpAnchor = "Qora0028";
@@ -74,6 +79,23 @@ ErrorRecord workingCopyError(const char* reason, const std::string& workingPath,
                                       Value::dictionary({{std::string(kErrorFilePathKey), workingPath}}));
     error.userInfo.asDictionary()->set("NSLocalizedFailureReason", cause.what());
     return error;
+}
+
+// The text-track attributes from the preferences.
+Value textTrackAttributes(const UserDefaults& defaults)
+{
+    auto objectOrNull = [&](std::string_view key) {
+        const Value* value = defaults.objectForKey(key);
+        return value ? *value : Value();
+    };
+    auto dataOrNull = [&](std::string_view key) {
+        auto data = defaults.dataForKey(key);
+        return data ? Value(*data) : Value();
+    };
+    return Value::dictionary({{"textTrackFontFace", objectOrNull("textTrackFontFace")},
+                              {"textTrackFontSize", objectOrNull("textTrackFontSize")},
+                              {"textTrackFontColorData", dataOrNull("textTrackFontColor")},
+                              {"textTrackBackgroundColorData", dataOrNull("textTrackBackgroundColor")}});
 }
 
 }  // namespace
@@ -318,19 +340,7 @@ std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
 
             const UserDefaults defaults = UserDefaults::standardUserDefaults();
             if (defaults.boolForKey("supportForURL")) {
-                auto objectOrNull = [&](std::string_view key) {
-                    const Value* value = defaults.objectForKey(key);
-                    return value ? *value : Value();
-                };
-                auto dataOrNull = [&](std::string_view key) {
-                    auto data = defaults.dataForKey(key);
-                    return data ? Value(*data) : Value();
-                };
-                Value attributes =
-                    Value::dictionary({{"textTrackFontFace", objectOrNull("textTrackFontFace")},
-                                       {"textTrackFontSize", objectOrNull("textTrackFontSize")},
-                                       {"textTrackFontColorData", dataOrNull("textTrackFontColor")},
-                                       {"textTrackBackgroundColorData", dataOrNull("textTrackBackgroundColor")}});
+                const Value attributes = textTrackAttributes(defaults);
                 params.asDictionary()->set("trackID", 4);
                 // A failed link track neither stops the export nor is logged.
                 beginProgressStage("Adding the links");
@@ -386,17 +396,114 @@ bool QuickTimePlugin::copyCompletedWorkingFileToDestination()
     return true;
 }
 
-bool QuickTimePlugin::exportAsChapterizedQuicktimeFileToPath(const std::string& /*path*/)
+bool QuickTimePlugin::exportAsChapterizedQuicktimeFileToPath(const std::string& path)
 {
-    // Chapterized movies are not built yet: say so rather than write nothing
-    // quietly.
-    ErrorRecord error{quilloraExportErrDomain, -101, Value::dictionary()};
-    auto info = error.userInfo.asDictionary();
-    info->set("NSLocalizedDescription", "Chapterized movies (.mov) cannot be exported yet.");
-    info->set("NSLocalizedRecoverySuggestion",
-              "Choose the .m4a, .m4b or .m4v format for an enhanced podcast with chapters, slide pictures and links.");
-    saveError_ = error;
-    return false;
+    using namespace toolbox;
+    auto fail = [this](std::int64_t code, const char* description) {
+        ErrorRecord error{quilloraExportErrDomain, code, Value::dictionary()};
+        if (description) error.userInfo.asDictionary()->set(kLocalizedDescriptionKey, description);
+        saveError_ = error;
+        return false;
+    };
+    auto editor = std::make_unique<QTDataEditor>();
+    std::unique_ptr<MovieStorage> storage;
+    std::int16_t status = 0;
+    std::unique_ptr<Movie> movie = editor->movieFromTempFile(storage, status);
+    editor->setSourceMovie(movie.get());
+    if (movie) movie->setEditable(true);
+    auto closeStorage = [&storage] {
+        if (storage) CloseMovieStorage(storage);
+    };
+
+    std::string openError;
+    auto recording = Movie::movieWithFile(tempFileRecordingPath(), &openError);
+    if (!recording)
+        saveError_ = ErrorRecord{"NSCocoaErrorDomain", 0, Value::dictionary({{kLocalizedDescriptionKey, openError}})};
+    if (recording && movie) editor->copyAudioTrackFrom(*recording);
+    recording.reset();  // the new movie shares what it needs of the recording's sample table
+    if (saveError_ || status != 0 || !movie) {
+        editor.reset();
+        closeStorage();
+        return fail(-101, "Could not create the new movie file.");
+    }
+
+    const Value& slides = slideTransitions();
+    const bool haveSlides = slides.asArray() && !slides.asArray()->empty();
+    if (haveSlides) {
+        beginProgressStage("Drawing the slides");
+        resizeImages();
+        beginProgressStage("Adding the chapters");
+        bool added = false;
+        try {
+            added = editor->addChapterTrack(slides, nullptr);
+        } catch (const std::exception& failure) {
+            QUICKTIME_LOG("Adding chapters failed: {}", failure.what());
+        }
+        if (!added) {
+            editor.reset();
+            closeStorage();
+            return fail(-103, "Could not add chapters to the destination movie.");
+        }
+    }
+    logMethod(kExportAsMovie, "Successfully added chapters to movie.");
+
+    const UserDefaults defaults = UserDefaults::standardUserDefaults();
+    const Value* supportForURL = defaults.objectForKey("supportForURL");
+    if (supportForURL && supportForURL->isBool() && *supportForURL->asBool() && haveSlides) {
+        const Value attributes = textTrackAttributes(defaults);
+        const std::int64_t fontSize = textStyleFromAttributes(attributes).fontSize;
+        const Value parameters = Value::dictionary({{"height", fontSize + 10}, {"width", 800}});
+        beginProgressStage("Adding the links");
+        bool added = false;
+        try {
+            added = editor->addTextTrackWithHyperLinks(slides, attributes, parameters);
+        } catch (const std::exception& failure) {
+            QUICKTIME_LOG("Adding the hyperlink track failed: {}", failure.what());
+        }
+        if (!added) {
+            editor.reset();
+            closeStorage();
+            return fail(-105, "Could not add a hyperlink text track to the destination movie.");
+        }
+        logMethod(kExportAsMovie, "Added hyperlink text track to the destination movie.");
+    }
+
+    beginProgressStage("Writing the movie");
+    const bool written = movie->writeToFile(
+        path, Value::dictionary({{QTMovieFlatten, true}, {QTMovieExport, true}, {QTMovieExportType, kMovieType}}));
+    closeStorage();
+    if (!written) {
+        editor.reset();
+        return fail(-102, "Could not write the movie to disk.");
+    }
+    logMethod(kExportAsMovie, "Wrote movie to disk at {}", path);
+
+    auto exported = Movie::movieWithFile(path, &openError);
+    if (!exported)
+        saveError_ = ErrorRecord{"NSCocoaErrorDomain", 0, Value::dictionary({{kLocalizedDescriptionKey, openError}})};
+    editor->setSourceMovie(exported.get());
+    movie.reset();
+    beginProgressStage("Adding the tags");
+    bool metadataSet = false;
+    try {
+        const Value* tags = exportParams().get("tags");
+        metadataSet =
+            exported && tags && tags->isDictionary() && editor->setMetaData(*tags, kQTMetaDataStorageFormatQuickTime);
+        editor->updateMovie();
+    } catch (const std::exception& failure) {
+        QUICKTIME_LOG("Setting the metadata failed: {}", failure.what());
+    }
+    editor.reset();
+    if (!metadataSet) return fail(-106, "Could not set the metadata");
+    logMethod(kExportAsMovie, "Metadata have been set.");
+
+    if (saveError_) {
+        // The earlier error's code and text are deliberately not shown.
+        QUICKTIME_LOG("Export Error: Code: {}, Description: {}", 0, "(null)");
+        return fail(-50, nullptr);
+    }
+    QUICKTIME_LOG("Export was successfull");
+    return true;
 }
 
 }  // namespace quillora

@@ -16,11 +16,9 @@ namespace quillora {
 
 FileHandle::FileHandle(const std::filesystem::path& path, Mode mode) : path_(path), mode_(mode)
 {
-    int flags = O_CLOEXEC;
-    if (mode == Mode::Reading) flags |= O_RDONLY;
-    if (mode == Mode::Updating) flags |= O_RDWR;
-    if (mode == Mode::Creating) flags |= O_RDWR | O_CREAT | O_EXCL;
-    fd_ = ::open(path.c_str(), flags, 0666);
+    int flags = (mode == Mode::Reading ? O_RDONLY : O_RDWR) | O_CLOEXEC;
+    if (mode == Mode::Creating) flags |= O_CREAT | O_TRUNC;
+    fd_ = ::open(path.c_str(), flags, 0644);
     if (fd_ < 0) fail("open");
 }
 

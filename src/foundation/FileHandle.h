@@ -32,7 +32,7 @@ public:
 
 class FileHandle {
 public:
-    // Creating makes a new file for updating and fails if one is there.
+    // Creating makes a new empty file, or empties an existing one, for updating.
     enum class Mode { Reading, Updating, Creating };
 
     static constexpr std::size_t kDefaultMoveBufferSize = 4 * 1024 * 1024;

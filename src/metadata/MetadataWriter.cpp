@@ -13,6 +13,7 @@
 #include "QTDataEditor.h"
 #include "foundation/FourCC.h"
 #include "foundation/Log.h"
+#include "foundation/TextEncoding.h"
 
 namespace quillora {
 
@@ -75,18 +76,6 @@ std::optional<std::uint32_t> itemTypeForKey(std::string_view key)
     auto tag = std::ranges::find(kM4aTags, key, &M4aTag::key);
     if (tag == kM4aTags.end()) return std::nullopt;
     return tag->itemType;
-}
-
-// The text's length in UTF-16 code units: one per code point, two for those
-// beyond the basic plane (four-byte UTF-8 sequences).
-std::size_t utf16Length(std::string_view text)
-{
-    std::size_t units = 0;
-    for (unsigned char byte : text) {
-        if ((byte & 0xC0) != 0x80) ++units;
-        if ((byte & 0xF8) == 0xF0) ++units;
-    }
-    return units;
 }
 
 // The item's length counts UTF-16 units but its bytes are UTF-8, so text

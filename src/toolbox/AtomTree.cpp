@@ -32,13 +32,21 @@ void readLevel(FileHandle& file, std::int64_t begin, std::int64_t end, int depth
         std::int64_t size = readU32BE(header.data());
         const std::uint32_t type = readU32BE(header.data() + 4);
         if (size == 0 && depth == 0) size = end - offset;  // runs to the end of the file
-        if (size < 8 || offset + size > end || !plausibleType(type)) {
+        // The items of a movie's own metadata list are named by key index.
+        const bool namedByIndex = parentType == atom::ilst;
+        if (size < 8 || offset + size > end || (!namedByIndex && !plausibleType(type))) {
             tree.problems.push_back(
                 fmt::format("bad atom header at offset {} (size {}, type {:08x})", offset, size, type));
             return;
         }
         AtomNode node{type, offset, size, depth, 0};
         auto childStart = childOffsetOfContainer(type, parentType);
+        if (type == atom::meta && size >= 16) {
+            // A movie's own 'meta' has no version and flags: its handler follows the header.
+            file.seekToFileOffset(offset + 12);
+            const Bytes next = file.readDataOfLength(4);
+            if (next.size() == 4 && readU32BE(next.data()) == atom::hdlr) childStart = 8;
+        }
         if (childStart) node.childrenOffset = offset + *childStart;
         tree.atoms.push_back(node);
         if (childStart && depth < kMaximumDepth)
@@ -118,6 +126,14 @@ std::vector<AtomNode> AtomTree::childrenOf(const AtomNode& parent) const
         if (node->depth == parent.depth + 1) children.push_back(*node);
     }
     return children;
+}
+
+std::optional<AtomNode> AtomTree::childOfType(const AtomNode& parent, std::uint32_t type) const
+{
+    for (const auto& node : childrenOf(parent)) {
+        if (node.type == type) return node;
+    }
+    return std::nullopt;
 }
 
 std::vector<AtomNode> AtomTree::topLevel() const

@@ -28,6 +28,7 @@ struct AtomTree {
     // The first atom along a path of types from the top ("moov", "trak", ...).
     std::optional<AtomNode> find(std::initializer_list<std::uint32_t> path) const;
     std::vector<AtomNode> childrenOf(const AtomNode& parent) const;
+    std::optional<AtomNode> childOfType(const AtomNode& parent, std::uint32_t type) const;
     std::vector<AtomNode> topLevel() const;
 };
 

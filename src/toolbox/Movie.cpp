@@ -1,101 +1,121 @@
 #include "toolbox/Movie.h"
 
-#include "foundation/Bytes.h"
+#include <algorithm>
+#include <utility>
+
 #include "foundation/FileHandle.h"
-#include "foundation/FourCC.h"
-#include "toolbox/AtomTree.h"
 
 namespace quillora::toolbox {
 
-namespace {
-
-Bytes readAtom(FileHandle& file, const AtomNode& node)
+std::vector<Sample>& Media::samples()
 {
-    file.seekToFileOffset(node.offset);
-    return file.readDataOfLength(static_cast<std::size_t>(node.size));
+    std::as_const(*this).samples();
+    if (samples_.use_count() > 1) samples_ = std::make_shared<std::vector<Sample>>(*samples_);
+    return *samples_;
 }
 
-// Time scale and duration from a movie or media header: version 1 headers
-// carry 64-bit times.
-bool readTimes(const Bytes& header, std::uint32_t& timeScale, std::uint64_t& duration)
+const std::vector<Sample>& Media::samples() const
 {
-    try {
-        ByteReader reader(header);
-        reader.skip(8);
-        const std::uint8_t version = reader.getU8();
-        reader.skip(3);
-        if (version == 1) {
-            reader.skip(16);
-            timeScale = reader.getU32BE();
-            duration = reader.getU64BE();
-        } else {
-            reader.skip(8);
-            timeScale = reader.getU32BE();
-            duration = reader.getU32BE();
-        }
-        return true;
-    } catch (const std::out_of_range&) {
-        return false;
+    if (sampleReader_) {
+        *samples_ = sampleReader_();
+        sampleReader_ = nullptr;
     }
+    return *samples_;
 }
 
-// Track ID and duration; version 1 headers carry 64-bit times.
-void readTrackHeader(const Bytes& header, MovieTrack& track)
+void Media::shareSamples(const Media& other)
 {
-    try {
-        ByteReader reader(header);
-        reader.skip(8);
-        const bool longTimes = reader.getU8() == 1;
-        reader.skip(3 + (longTimes ? 16 : 8));
-        track.trackID = reader.getU32BE();
-        reader.skip(4);
-        track.duration = longTimes ? reader.getU64BE() : reader.getU32BE();
-    } catch (const std::out_of_range&) {
-        // A short header leaves what it did not hold at zero.
-    }
+    other.samples();
+    samples_ = other.samples_;
+    sampleDescriptions = other.sampleDescriptions;
+    dataFile = other.dataFile;
+    heldBytes = other.heldBytes;
 }
 
-}  // namespace
-
-std::unique_ptr<Movie> Movie::movieWithFile(const std::filesystem::path& path, std::string* error)
+void Media::setSampleReader(std::function<std::vector<Sample>()> reader, TimeValue headerDuration)
 {
-    auto fail = [error](std::string message) -> std::unique_ptr<Movie> {
-        if (error) *error = std::move(message);
-        return nullptr;
-    };
-    try {
-        FileHandle file(path, FileHandle::Mode::Reading);
-        AtomTree tree = readAtomTree(file);
-        auto mvhd = tree.find({atom::moov, atom::mvhd});
-        if (!mvhd) return fail("The file is not a movie: it has no movie header.");
-        auto movie = std::unique_ptr<Movie>(new Movie());
-        movie->path_ = path;
-        if (!readTimes(readAtom(file, *mvhd), movie->timeScale_, movie->duration_)) {
-            return fail("The movie header is damaged.");
+    sampleReader_ = std::move(reader);
+    headerDuration_ = headerDuration;
+}
+
+TimeValue Media::duration() const
+{
+    if (sampleReader_) return headerDuration_;
+    TimeValue total = 0;
+    for (const auto& sample : *samples_) total += sample.duration;
+    return total;
+}
+
+std::optional<std::size_t> Media::sampleAtTime(TimeValue time, TimeValue* start) const
+{
+    if (time < 0) return std::nullopt;
+    TimeValue at = 0;
+    const auto& all = samples();
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        if (time < at + all[i].duration) {
+            if (start) *start = at;
+            return i;
         }
-        auto moov = tree.find({atom::moov});
-        for (const auto& trak : tree.childrenOf(*moov)) {
-            if (trak.type != atom::trak) continue;
-            MovieTrack track;
-            for (const auto& child : tree.childrenOf(trak)) {
-                if (child.type == atom::tkhd) {
-                    Bytes tkhd = readAtom(file, child);
-                    readTrackHeader(tkhd, track);
-                } else if (child.type == atom::mdia) {
-                    for (const auto& media : tree.childrenOf(child)) {
-                        Bytes bytes = readAtom(file, media);
-                        if (media.type == atom::mdhd) readTimes(bytes, track.mediaTimeScale, track.mediaDuration);
-                        if (media.type == atom::hdlr && bytes.size() >= 20)
-                            track.handlerType = readU32BE(bytes.data() + 16);
-                    }
-                }
-            }
-            movie->tracks_.push_back(track);
-        }
-        return movie;
-    } catch (const FileError& failure) {
-        return fail(failure.code().message());
+        at += all[i].duration;
     }
+    return std::nullopt;
+}
+
+Bytes Media::sampleBytes(const Sample& sample) const
+{
+    if (sample.held) {
+        const auto begin = heldBytes.begin() + static_cast<std::ptrdiff_t>(sample.offset);
+        return Bytes(begin, begin + sample.size);
+    }
+    FileHandle file(dataFile, FileHandle::Mode::Reading);
+    file.seekToFileOffset(static_cast<std::int64_t>(sample.offset));
+    return file.readDataOfLength(sample.size);
+}
+
+TimeValue Track::duration() const
+{
+    TimeValue total = 0;
+    for (const auto& edit : edits) total += edit.trackDuration;
+    return total;
+}
+
+std::uint64_t Movie::duration() const
+{
+    TimeValue longest = 0;
+    for (const auto& track : tracks_) longest = std::max(longest, track->duration());
+    return std::max(headerDuration_, static_cast<std::uint64_t>(longest));
+}
+
+std::uint32_t Movie::nextTrackID() const
+{
+    std::uint32_t next = 1;
+    for (const auto& track : tracks_) next = std::max(next, track->trackID + 1);
+    return next;
+}
+
+Track& Movie::newTrack()
+{
+    auto track = std::make_unique<Track>();
+    track->movie = this;
+    track->trackID = nextTrackID();
+    tracks_.push_back(std::move(track));
+    return *tracks_.back();
+}
+
+Track* Movie::trackWithID(std::uint32_t trackID) const
+{
+    for (const auto& track : tracks_) {
+        if (track->trackID == trackID) return track.get();
+    }
+    return nullptr;
+}
+
+Track* Movie::trackOfMediaType(std::uint32_t type, int index) const
+{
+    for (const auto& track : tracks_) {
+        if (track->mediaType() == type && --index == 0) return track.get();
+    }
+    return nullptr;
 }
 
 }  // namespace quillora::toolbox

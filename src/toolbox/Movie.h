@@ -1,42 +1,186 @@
-// The start of our movie toolbox: a movie opened from a file, read from its
-// atoms. It answers what the writers ask of a recording: its time scale,
-// its duration in that time scale, and its tracks.
+// Our movie toolbox: a small object model of a QuickTime movie. A movie has
+// tracks; a track has an edit list that maps its time onto its media; a
+// media has a type, a time scale, sample descriptions and samples. A sample
+// is either a range of a file (a copied recording's audio, streamed when the
+// movie is written) or bytes held in memory (a text sample, a picture).
+//
+// One reader fills the model from a file (movieWithFile); one writer
+// flattens it into a self-contained file, movie atom first (writeToFile).
+// The C-style calls in Toolbox.h are thin functions over this model.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "foundation/Bytes.h"
+#include "foundation/Value.h"
+
 namespace quillora::toolbox {
 
-struct MovieTrack {
+using TimeValue = std::int64_t;
+using TimeScale = std::int32_t;
+using Fixed = std::int32_t;  // 16.16
+using OSErr = std::int16_t;
+
+inline constexpr Fixed kFixed1 = 0x00010000;
+inline constexpr TimeScale kDefaultMovieTimeScale = 600;
+
+// A 3x3 transformation: a, b, u, c, d, v, tx, ty, w; u, v and w are 2.30,
+// the others 16.16.
+using Matrix = std::array<std::int32_t, 9>;
+inline constexpr Matrix kIdentityMatrix = {kFixed1, 0, 0, 0, kFixed1, 0, 0, 0, 0x40000000};
+
+struct Sample {
+    std::uint64_t offset = 0;  // in the media's data file, or in its held bytes
+    std::uint32_t size = 0;
+    std::uint32_t duration = 0;  // media time units
+    std::uint32_t descriptionIndex = 1;
+    bool held = false;  // the bytes are in Media::heldBytes
+};
+
+// One entry of the edit list: a stretch of the track's time, in the movie's
+// time scale, showing media from mediaTime on (-1: nothing, an empty edit).
+struct Edit {
+    TimeValue trackDuration = 0;
+    TimeValue mediaTime = -1;
+    Fixed rate = kFixed1;
+};
+
+struct Media {
+    std::uint32_t type = 0;  // 'soun', 'vide', 'text'
+    TimeScale timeScale = kDefaultMovieTimeScale;
+    std::uint16_t language = 0;
+    // Whole sample description entries, size and format included.
+    std::vector<Bytes> sampleDescriptions;
+    // Where referenced samples lie, and the bytes of held ones.
+    std::filesystem::path dataFile;
+    Bytes heldBytes;
+    // The data reference the media was made with ('hndl' handle, 'alis', ...).
+    std::uint32_t dataReferenceType = 0;
+    Bytes dataReference;
+    bool editing = false;
+    // Text media: the encoding that later samples announce in an 'encd' atom.
+    std::optional<std::uint32_t> textEncoding;
+
+    // The samples. A media read from a file reads them when first asked, so
+    // that opening a recording for its duration stays cheap.
+    std::vector<Sample>& samples();
+    const std::vector<Sample>& samples() const;
+    void setSampleReader(std::function<std::vector<Sample>()> reader, TimeValue headerDuration);
+    // Takes the other media's samples and descriptions without copying them:
+    // the table is shared until one of the two changes it.
+    void shareSamples(const Media& other);
+
+    TimeValue duration() const;
+    // The sample that plays at a media time, and the time it starts.
+    std::optional<std::size_t> sampleAtTime(TimeValue time, TimeValue* start = nullptr) const;
+    // The bytes of a sample, read from the file when it is referenced.
+    Bytes sampleBytes(const Sample& sample) const;
+
+private:
+    mutable std::shared_ptr<std::vector<Sample>> samples_ = std::make_shared<std::vector<Sample>>();
+    mutable std::function<std::vector<Sample>()> sampleReader_;
+    TimeValue headerDuration_ = 0;
+};
+
+class Movie;
+
+struct Track {
+    Movie* movie = nullptr;
     std::uint32_t trackID = 0;
-    std::uint32_t handlerType = 0;  // 'soun', 'text', 'vide', ...
-    std::uint32_t mediaTimeScale = 0;
-    std::uint64_t mediaDuration = 0;
-    std::uint64_t duration = 0;  // from the track header, in the movie's time scale
+    bool enabled = true;
+    std::int16_t layer = 0;
+    std::int16_t alternateGroup = 0;
+    std::int16_t volume = 0;  // 8.8
+    Matrix matrix = kIdentityMatrix;
+    Fixed width = 0;
+    Fixed height = 0;
+    std::vector<Edit> edits;
+    // Track references by type ('chap', ...): the IDs they name.
+    std::vector<std::pair<std::uint32_t, std::vector<std::uint32_t>>> references;
+    std::string name;  // shown by players; empty for none
+    std::unique_ptr<Media> media;
+
+    // In the movie's time scale: the sum of the edits.
+    TimeValue duration() const;
+    std::uint32_t mediaType() const { return media ? media->type : 0; }
+};
+
+// One metadata item. Storage is 'mdta' (the movie's own 'meta') or 'itms'
+// (the iTunes item list); the key format is 'mdta' (reverse-DNS names),
+// 'itsk' (four-byte keys) or 'itlk' (long, '----' keys).
+struct MetaDataItem {
+    std::uint32_t storage = 0;
+    std::uint32_t keyFormat = 0;
+    Bytes key;
+    std::uint32_t dataType = 0;  // 1 UTF-8, 21 signed integer, ...
+    std::string locale;          // "en", "fr_CA", or empty
+    Bytes value;
 };
 
 class Movie {
 public:
+    Movie() = default;
+    Movie(const Movie&) = delete;
+    Movie& operator=(const Movie&) = delete;
+
     // Opens the movie at path. On failure returns nothing and, when error is
     // given, puts a sentence saying what is wrong there.
     static std::unique_ptr<Movie> movieWithFile(const std::filesystem::path& path, std::string* error = nullptr);
 
     const std::filesystem::path& path() const { return path_; }
-    std::uint32_t timeScale() const { return timeScale_; }
-    // The movie's duration in its own time scale.
-    std::uint64_t duration() const { return duration_; }
-    const std::vector<MovieTrack>& tracks() const { return tracks_; }
+    void setPath(std::filesystem::path path) { path_ = std::move(path); }
+    TimeScale timeScale() const { return timeScale_; }
+    void setTimeScale(TimeScale scale) { timeScale_ = scale; }
+    // The movie's duration in its own time scale: its longest track, or the
+    // header's value when that is longer (a movie read from a file).
+    std::uint64_t duration() const;
+    const std::vector<std::unique_ptr<Track>>& tracks() const { return tracks_; }
+    std::vector<MetaDataItem>& metaData() { return metaData_; }
+    const std::vector<MetaDataItem>& metaData() const { return metaData_; }
+    bool editable() const { return editable_; }
+    void setEditable(bool on) { editable_ = on; }
+
+    Track& newTrack();
+    std::uint32_t nextTrackID() const;
+    Track* trackWithID(std::uint32_t trackID) const;
+    // The index-th track (from 1) whose media is of the type.
+    Track* trackOfMediaType(std::uint32_t type, int index = 1) const;
+
+    // Appends a still picture to the movie's video track (made when missing),
+    // encoded with the codec ('png ' or 'jpeg') at the quality (0-1023), for
+    // duration in the movie's time scale. False when the picture cannot be read.
+    bool addImage(const std::filesystem::path& picture, TimeValue duration, const Value& attributes);
+    // Flattens the movie into one self-contained file at path: the movie
+    // atom first, then the media data. Attributes hold "QTMovieFlatten",
+    // "QTMovieExport" and "QTMovieExportType"; only the movie type 'MooV' is
+    // written. False when the file cannot be written; nothing is left then.
+    bool writeToFile(const std::filesystem::path& path, const Value& attributes) const;
+    // Writes the movie back over the file it was opened from.
+    bool updateMovieFile();
 
 private:
     std::filesystem::path path_;
-    std::uint32_t timeScale_ = 0;
-    std::uint64_t duration_ = 0;
-    std::vector<MovieTrack> tracks_;
+    TimeScale timeScale_ = kDefaultMovieTimeScale;
+    std::uint64_t headerDuration_ = 0;
+    std::vector<std::unique_ptr<Track>> tracks_;
+    std::vector<MetaDataItem> metaData_;
+    bool editable_ = false;
+
+    friend class MovieReader;
 };
+
+// Attribute keys of addImage and writeToFile.
+inline constexpr const char* QTAddImageCodecType = "QTAddImageCodecType";
+inline constexpr const char* QTAddImageCodecQuality = "QTAddImageCodecQuality";
+inline constexpr const char* QTMovieFlatten = "QTMovieFlatten";
+inline constexpr const char* QTMovieExport = "QTMovieExport";
+inline constexpr const char* QTMovieExportType = "QTMovieExportType";
 
 }  // namespace quillora::toolbox

@@ -9,6 +9,7 @@
 #include "foundation/FileHandle.h"
 #include "foundation/FourCC.h"
 #include "toolbox/AtomTree.h"
+#include "toolbox/MetaDataAtoms.h"
 #include "toolbox/Movie.h"
 #include "toolbox/SampleTable.h"
 #include "toolbox/TextSample.h"
@@ -48,8 +49,11 @@ bool isTextHandler(std::uint32_t handler)
     return handler == kTextHandler || handler == kSubtitleHandler;
 }
 
-struct Track {
-    MovieTrack header;
+struct ListedTrack {
+    std::uint32_t trackID = 0;
+    std::uint32_t handlerType = 0;
+    TimeScale mediaTimeScale = 0;
+    TimeValue duration = 0;  // in the movie's time scale
     AtomNode trak;
     std::optional<AtomNode> stbl;
 };
@@ -59,21 +63,21 @@ struct ReadTextTrack {
     bool carriesLinks = false;
 };
 
-ReadTextTrack readTextTrack(FileHandle& file, const AtomTree& tree, const Track& track,
+ReadTextTrack readTextTrack(FileHandle& file, const AtomTree& tree, const ListedTrack& track,
                             std::vector<std::string>& problems)
 {
     ReadTextTrack result;
-    result.contents.trackID = track.header.trackID;
+    result.contents.trackID = track.trackID;
     if (!track.stbl) return result;
-    const double scale = track.header.mediaTimeScale;
-    if (scale == 0) problems.push_back(fmt::format("track {} has no media time scale", track.header.trackID));
+    const double scale = track.mediaTimeScale;
+    if (scale == 0) problems.push_back(fmt::format("track {} has no media time scale", track.trackID));
     const auto fileLength = static_cast<std::uint64_t>(file.length());
     for (const auto& location : readSampleLocations(file, tree, *track.stbl, problems)) {
         // Compared without adding, so that a 64-bit offset near the top cannot wrap around.
         if (location.size > kMaximumTextSampleSize || location.offset > fileLength ||
             location.size > fileLength - location.offset) {
             problems.push_back(fmt::format("track {}: a sample of {} bytes at offset {} lies outside the file",
-                                           track.header.trackID, location.size, location.offset));
+                                           track.trackID, location.size, location.offset));
             continue;
         }
         file.seekToFileOffset(static_cast<std::int64_t>(location.offset));
@@ -81,7 +85,7 @@ ReadTextTrack readTextTrack(FileHandle& file, const AtomTree& tree, const Track&
         const TextSample sample = parseTextSample(bytes);
         if (sample.truncated) {
             problems.push_back(
-                fmt::format("track {}: the sample at offset {} is cut short", track.header.trackID, location.offset));
+                fmt::format("track {}: the sample at offset {} is cut short", track.trackID, location.offset));
         }
         result.carriesLinks = result.carriesLinks || sample.url.has_value();
         result.contents.samples.push_back(TimedText{scale == 0 ? 0 : location.time / scale,
@@ -92,7 +96,7 @@ ReadTextTrack readTextTrack(FileHandle& file, const AtomTree& tree, const Track&
 }
 
 // The format and size of the first sample description of a picture track.
-std::optional<PictureTrack> readPictureTrack(FileHandle& file, const AtomTree& tree, const Track& track)
+std::optional<PictureTrack> readPictureTrack(FileHandle& file, const AtomTree& tree, const ListedTrack& track)
 {
     if (!track.stbl) return std::nullopt;
     auto stsd = descend(tree, *track.stbl, {atom::stsd});
@@ -102,7 +106,7 @@ std::optional<PictureTrack> readPictureTrack(FileHandle& file, const AtomTree& t
         ByteReader reader(payload);
         reader.skip(8);  // version, flags and entry count
         reader.skip(4);  // the entry's size
-        PictureTrack pictures{track.header.trackID, reader.getU32BE(), 0, 0, 0};
+        PictureTrack pictures{track.trackID, reader.getU32BE(), 0, 0, 0};
         reader.skip(6 + 2 + 2 + 2 + 4 + 4 + 4);  // up to the width
         pictures.width = reader.getU16BE();
         pictures.height = reader.getU16BE();
@@ -137,12 +141,12 @@ std::vector<TagItem> readTags(FileHandle& file, const AtomTree& tree)
     if (!ilst) return tags;
     for (const auto& item : tree.childrenOf(*ilst)) {
         auto data = descend(tree, item, {kItemData});
-        tags.push_back(TagItem{item.type, data ? tagValue(item.type, readAtomPayload(file, *data)) : ""});
+        tags.push_back(TagItem{item.type, data ? tagValue(item.type, readAtomPayload(file, *data)) : "", ""});
     }
     return tags;
 }
 
-std::vector<std::uint32_t> chapterReferences(FileHandle& file, const AtomTree& tree, const Track& first)
+std::vector<std::uint32_t> chapterReferences(FileHandle& file, const AtomTree& tree, const ListedTrack& first)
 {
     std::vector<std::uint32_t> ids;
     if (auto chap = descend(tree, first.trak, {atom::tref, kChapterReference})) {
@@ -170,27 +174,29 @@ MovieContents readMovieContents(const std::filesystem::path& path)
     contents.timeScale = movie->timeScale();
     contents.seconds = movie->timeScale() == 0 ? 0 : static_cast<double>(movie->duration()) / movie->timeScale();
 
-    std::vector<Track> tracks;
+    std::vector<ListedTrack> tracks;
     for (const auto& trak : tree.childrenOf(*tree.find({atom::moov}))) {
         if (trak.type != atom::trak || tracks.size() >= movie->tracks().size()) continue;
-        tracks.push_back(
-            Track{movie->tracks()[tracks.size()], trak, descend(tree, trak, {atom::mdia, atom::minf, atom::stbl})});
+        const Track& track = *movie->tracks()[tracks.size()];
+        tracks.push_back(ListedTrack{track.trackID, track.mediaType(), track.media ? track.media->timeScale : 0,
+                                     track.duration(), trak,
+                                     descend(tree, trak, {atom::mdia, atom::minf, atom::stbl})});
     }
     for (const auto& track : tracks) {
-        contents.tracks.push_back(TrackSummary{
-            track.header.trackID, track.header.handlerType, track.stbl ? sampleCount(file, tree, *track.stbl) : 0,
-            contents.timeScale == 0 ? 0 : static_cast<double>(track.header.duration) / contents.timeScale});
+        contents.tracks.push_back(
+            TrackSummary{track.trackID, track.handlerType, track.stbl ? sampleCount(file, tree, *track.stbl) : 0,
+                         contents.timeScale == 0 ? 0 : static_cast<double>(track.duration) / contents.timeScale});
     }
     if (tracks.empty()) return contents;
 
     const auto chapterIDs = chapterReferences(file, tree, tracks.front());
     for (const auto& track : tracks) {
-        if (track.header.handlerType == kVideoHandler) {
+        if (track.handlerType == kVideoHandler) {
             if (auto pictures = readPictureTrack(file, tree, track)) contents.pictures.push_back(*pictures);
             continue;
         }
-        if (!isTextHandler(track.header.handlerType)) continue;
-        const bool named = std::find(chapterIDs.begin(), chapterIDs.end(), track.header.trackID) != chapterIDs.end();
+        if (!isTextHandler(track.handlerType)) continue;
+        const bool named = std::find(chapterIDs.begin(), chapterIDs.end(), track.trackID) != chapterIDs.end();
         if (named && contents.chapters.trackID == 0) {
             contents.chapters = readTextTrack(file, tree, track, contents.problems).contents;
             continue;
@@ -200,6 +206,14 @@ MovieContents readMovieContents(const std::filesystem::path& path)
         if (slot.trackID == 0) slot = std::move(text.contents);
     }
     contents.tags = readTags(file, tree);
+    for (const auto& item : movie->metaData()) {
+        if (item.storage != kQTMetaDataStorageFormatQuickTime) continue;
+        contents.tags.push_back(TagItem{0,
+                                        item.dataType == kUtf8Data
+                                            ? std::string(item.value.begin(), item.value.end())
+                                            : fmt::format("({} bytes of data)", item.value.size()),
+                                        std::string(item.key.begin(), item.key.end())});
+    }
     return contents;
 }
 

@@ -45,8 +45,9 @@ struct PictureTrack {
 };
 
 struct TagItem {
-    std::uint32_t type = 0;  // '©nam', 'tvsh', ...
+    std::uint32_t type = 0;  // '©nam', 'tvsh', ...; 0 for a movie's own ('mdta') items
     std::string value;
+    std::string key;  // the reverse-DNS name of an 'mdta' item
 };
 
 struct MovieContents {

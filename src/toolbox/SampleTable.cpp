@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <functional>
 #include <optional>
 
 #include "foundation/FourCC.h"
@@ -10,16 +11,6 @@
 namespace quillora::toolbox {
 
 namespace {
-
-struct ChunkRun {
-    std::uint32_t firstChunk = 0;
-    std::uint32_t samplesPerChunk = 0;
-};
-
-struct TimeRun {
-    std::uint32_t count = 0;
-    std::uint32_t duration = 0;
-};
 
 std::optional<AtomNode> childOfType(const AtomTree& tree, const AtomNode& parent, std::uint32_t type)
 {
@@ -45,15 +36,15 @@ std::uint32_t entryCount(ByteReader& reader, std::size_t entrySize)
     return count;
 }
 
-std::vector<std::uint32_t> readSampleSizes(const Bytes& stsz)
+std::vector<std::uint32_t> readSampleSizes(const Bytes& stsz, std::uint32_t maximum)
 {
     ByteReader reader = tableReader(stsz);
     const std::uint32_t commonSize = reader.getU32BE();
     if (commonSize != 0) {
-        const std::uint32_t count = std::min(reader.getU32BE(), kMaximumListedSamples);
+        const std::uint32_t count = std::min(reader.getU32BE(), maximum);
         return std::vector<std::uint32_t>(count, commonSize);
     }
-    std::vector<std::uint32_t> sizes(std::min(entryCount(reader, 4), kMaximumListedSamples));
+    std::vector<std::uint32_t> sizes(std::min(entryCount(reader, 4), maximum));
     for (auto& size : sizes) size = reader.getU32BE();
     return sizes;
 }
@@ -66,47 +57,28 @@ std::vector<std::uint64_t> readChunkOffsets(const Bytes& payload, bool longOffse
     return offsets;
 }
 
-std::vector<ChunkRun> readChunkRuns(const Bytes& stsc)
+std::vector<SampleToChunkRun> readSampleToChunkRuns(const Bytes& stsc)
 {
     ByteReader reader = tableReader(stsc);
-    std::vector<ChunkRun> runs(entryCount(reader, 12));
+    std::vector<SampleToChunkRun> runs(entryCount(reader, 12));
     for (auto& run : runs) {
         run.firstChunk = reader.getU32BE();
         run.samplesPerChunk = reader.getU32BE();
-        reader.skip(4);  // sample description index
+        run.descriptionIndex = reader.getU32BE();
     }
     return runs;
 }
 
-std::vector<TimeRun> readTimeRuns(const Bytes& stts)
+std::vector<TimeToSampleRun> readTimeToSampleRuns(const Bytes& stts)
 {
     ByteReader reader = tableReader(stts);
-    std::vector<TimeRun> runs(entryCount(reader, 8));
+    std::vector<TimeToSampleRun> runs(entryCount(reader, 8));
     for (auto& run : runs) {
         run.count = reader.getU32BE();
         run.duration = reader.getU32BE();
     }
     return runs;
 }
-
-// Samples per chunk, walked chunk by chunk: each run applies from its first
-// chunk until the next run starts, so the walk over all chunks is linear.
-class ChunkRunCursor {
-public:
-    explicit ChunkRunCursor(const std::vector<ChunkRun>& runs) : runs_(runs) {}
-
-    // Chunks must be asked for in increasing order.
-    std::uint32_t samplesInChunk(std::uint32_t chunk)
-    {
-        while (next_ < runs_.size() && runs_[next_].firstChunk <= chunk) samples_ = runs_[next_++].samplesPerChunk;
-        return samples_;
-    }
-
-private:
-    const std::vector<ChunkRun>& runs_;
-    std::size_t next_ = 0;
-    std::uint32_t samples_ = 0;
-};
 
 }  // namespace
 
@@ -130,8 +102,9 @@ std::uint32_t sampleCount(FileHandle& file, const AtomTree& tree, const AtomNode
     }
 }
 
-std::vector<SampleLocation> readSampleLocations(FileHandle& file, const AtomTree& tree, const AtomNode& stbl,
-                                                std::vector<std::string>& problems)
+void forEachSampleLocation(FileHandle& file, const AtomTree& tree, const AtomNode& stbl,
+                           std::vector<std::string>& problems, std::uint32_t maximum,
+                           const std::function<void(const SampleLocation&)>& visit)
 {
     auto stsz = childOfType(tree, stbl, atom::stsz);
     auto stsc = childOfType(tree, stbl, atom::stsc);
@@ -140,48 +113,67 @@ std::vector<SampleLocation> readSampleLocations(FileHandle& file, const AtomTree
     auto co64 = childOfType(tree, stbl, atom::co64);
     if (!stsz || !stsc || !stts || !(stco || co64)) {
         problems.push_back(fmt::format("the sample table at offset {} is incomplete", stbl.offset));
-        return {};
+        return;
     }
-
-    std::vector<SampleLocation> samples;
+    std::vector<std::uint32_t> sizes;
+    std::vector<std::uint64_t> chunkOffsets;
+    std::vector<SampleToChunkRun> chunkRuns;
+    std::vector<TimeToSampleRun> timeRuns;
     try {
-        const auto sizes = readSampleSizes(readAtomPayload(file, *stsz));
-        const auto chunkOffsets = stco ? readChunkOffsets(readAtomPayload(file, *stco), false)
-                                       : readChunkOffsets(readAtomPayload(file, *co64), true);
-        const auto chunkRuns = readChunkRuns(readAtomPayload(file, *stsc));
-        const auto timeRuns = readTimeRuns(readAtomPayload(file, *stts));
-
-        samples.resize(sizes.size());
-        std::size_t next = 0;
-        ChunkRunCursor runs(chunkRuns);
-        for (std::size_t chunk = 0; chunk < chunkOffsets.size() && next < samples.size(); ++chunk) {
-            std::uint64_t offset = chunkOffsets[chunk];
-            const std::uint32_t inChunk = runs.samplesInChunk(static_cast<std::uint32_t>(chunk + 1));
-            for (std::uint32_t i = 0; i < inChunk && next < samples.size(); ++i, ++next) {
-                samples[next].offset = offset;
-                samples[next].size = sizes[next];
-                offset += sizes[next];
-            }
-        }
-        if (next < samples.size()) {
-            problems.push_back(fmt::format("the chunk tables place only {} of {} samples", next, samples.size()));
-            samples.resize(next);
-        }
-
-        std::uint64_t time = 0;
-        std::size_t timed = 0;
-        for (const auto& run : timeRuns) {
-            for (std::uint32_t i = 0; i < run.count && timed < samples.size(); ++i, ++timed) {
-                samples[timed].time = time;
-                samples[timed].duration = run.duration;
-                time += run.duration;
-            }
-        }
-        if (timed < samples.size()) problems.push_back("the time table covers fewer samples than the size table");
+        sizes = readSampleSizes(readAtomPayload(file, *stsz), maximum);
+        chunkOffsets = stco ? readChunkOffsets(readAtomPayload(file, *stco), false)
+                            : readChunkOffsets(readAtomPayload(file, *co64), true);
+        chunkRuns = readSampleToChunkRuns(readAtomPayload(file, *stsc));
+        timeRuns = readTimeToSampleRuns(readAtomPayload(file, *stts));
     } catch (const std::out_of_range& error) {
         problems.push_back(fmt::format("damaged sample table at offset {}: {}", stbl.offset, error.what()));
-        samples.clear();
+        return;
     }
+
+    // One pass over the chunks, with a cursor in each run table.
+    std::size_t next = 0;
+    std::size_t chunkRun = 0;
+    std::size_t timeRun = 0;
+    std::uint32_t timedInRun = 0;
+    std::uint64_t time = 0;
+    bool untimed = false;
+    for (std::size_t chunk = 0; chunk < chunkOffsets.size() && next < sizes.size(); ++chunk) {
+        const auto number = static_cast<std::uint32_t>(chunk + 1);
+        while (chunkRun + 1 < chunkRuns.size() && chunkRuns[chunkRun + 1].firstChunk <= number) ++chunkRun;
+        // A chunk before the first run holds no samples.
+        const bool inRun = !chunkRuns.empty() && chunkRuns[chunkRun].firstChunk <= number;
+        const SampleToChunkRun run = inRun ? chunkRuns[chunkRun] : SampleToChunkRun{number, 0, 1};
+        std::uint64_t offset = chunkOffsets[chunk];
+        for (std::uint32_t i = 0; i < run.samplesPerChunk && next < sizes.size(); ++i, ++next) {
+            SampleLocation location{offset, sizes[next], 0, 0, run.descriptionIndex};
+            while (timeRun < timeRuns.size() && timedInRun == timeRuns[timeRun].count) {
+                ++timeRun;
+                timedInRun = 0;
+            }
+            if (timeRun < timeRuns.size()) {
+                location.time = time;
+                location.duration = timeRuns[timeRun].duration;
+                time += location.duration;
+                ++timedInRun;
+            } else {
+                untimed = true;
+            }
+            visit(location);
+            offset += sizes[next];
+        }
+    }
+    if (next < sizes.size()) {
+        problems.push_back(fmt::format("the chunk tables place only {} of {} samples", next, sizes.size()));
+    }
+    if (untimed) problems.push_back("the time table covers fewer samples than the size table");
+}
+
+std::vector<SampleLocation> readSampleLocations(FileHandle& file, const AtomTree& tree, const AtomNode& stbl,
+                                                std::vector<std::string>& problems, std::uint32_t maximum)
+{
+    std::vector<SampleLocation> samples;
+    forEachSampleLocation(file, tree, stbl, problems, maximum,
+                          [&samples](const SampleLocation& location) { samples.push_back(location); });
     return samples;
 }
 

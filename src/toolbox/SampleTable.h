@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,18 @@ struct SampleLocation {
     std::uint32_t size = 0;
     std::uint64_t time = 0;  // start, in the media's time scale
     std::uint32_t duration = 0;
+    std::uint32_t descriptionIndex = 1;
+};
+
+// The entries of 'stts' and 'stsc', as runs.
+struct TimeToSampleRun {
+    std::uint32_t count = 0;
+    std::uint32_t duration = 0;
+};
+struct SampleToChunkRun {
+    std::uint32_t firstChunk = 0;
+    std::uint32_t samplesPerChunk = 0;
+    std::uint32_t descriptionIndex = 1;
 };
 
 // More samples than this are damage for the tracks that are listed sample
@@ -25,11 +38,20 @@ inline constexpr std::uint32_t kMaximumListedSamples = 100000;
 // The number of samples the 'stsz' table declares (0 without one).
 std::uint32_t sampleCount(FileHandle& file, const AtomTree& tree, const AtomNode& stbl);
 
-// Every sample of the table, up to kMaximumListedSamples. Tables that
-// contradict each other or run short are reported in problems; the samples
-// that could still be placed are returned.
+// Every sample of the table, up to maximum. Tables that contradict each
+// other or run short are reported in problems; the samples that could still
+// be placed are returned.
 std::vector<SampleLocation> readSampleLocations(FileHandle& file, const AtomTree& tree, const AtomNode& stbl,
-                                                std::vector<std::string>& problems);
+                                                std::vector<std::string>& problems,
+                                                std::uint32_t maximum = kMaximumListedSamples);
+
+// The same, one sample at a time, for tables too large to hold twice.
+void forEachSampleLocation(FileHandle& file, const AtomTree& tree, const AtomNode& stbl,
+                           std::vector<std::string>& problems, std::uint32_t maximum,
+                           const std::function<void(const SampleLocation&)>& visit);
+
+// A movie's tracks are read whole, up to this many samples each.
+inline constexpr std::uint32_t kMaximumTrackSamples = 1u << 24;
 
 // The payload of an atom (the bytes after its 8-byte header).
 Bytes readAtomPayload(FileHandle& file, const AtomNode& node);

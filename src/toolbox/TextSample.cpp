@@ -4,12 +4,15 @@
 
 #include "foundation/Bytes.h"
 #include "foundation/FourCC.h"
+#include "foundation/TextEncoding.h"
+#include "toolbox/AtomContainer.h"
 
 namespace quillora::toolbox {
 
 namespace {
 
 constexpr std::uint32_t kHref = fourCC("href");
+constexpr std::uint32_t kHyperText = fourCC("htxt");
 constexpr std::size_t kHrefFixedBytes = 14;  // header, start, end, URL length, alternate-text length
 
 std::string textOf(std::span<const std::uint8_t> bytes)
@@ -45,7 +48,10 @@ TextSample parseTextSample(std::span<const std::uint8_t> sample)
         parsed.truncated = true;
         length = reader.remaining();
     }
-    parsed.text = textOf(reader.getBytes(length));
+    const auto text = reader.getBytes(length);
+    // Unicode text starts with its byte-order mark.
+    const bool utf16 = text.size() >= 2 && text[0] == 0xFE && text[1] == 0xFF;
+    parsed.text = utf16 ? utf8FromUTF16BigEndian(text.subspan(2)) : textOf(text);
 
     while (reader.remaining() >= 8) {
         const auto header = sample.subspan(reader.position());
@@ -56,6 +62,13 @@ TextSample parseTextSample(std::span<const std::uint8_t> sample)
             break;
         }
         if (type == kHref) parsed.url = urlOf(header.first(size));
+        if (type == kHyperText) {
+            // A wired go-to-URL action: its parameter is the address.
+            const auto parameter =
+                findQTAtomData(header.subspan(8, size - 8),
+                               {fourCC("wtxt"), fourCC("htxt"), fourCC("evnt"), fourCC("actn"), fourCC("parm")});
+            if (parameter) parsed.url = utf8FromMacRoman(*parameter);
+        }
         reader.skip(size);
     }
     return parsed;

@@ -1,7 +1,9 @@
 // One sample of a text track as stored in the media data: a 16-bit length,
 // that many bytes of text, then optional modifier atoms. Of those, 'href'
 // makes the sample a link: start and end character (16 bits each), the URL
-// length (8 bits), the URL, and the length of an alternate text (8 bits).
+// length (8 bits), the URL, and the length of an alternate text (8 bits);
+// so does 'htxt', a QT atom container with a wired go-to-URL action. Text
+// that starts with the mark FE FF is UTF-16.
 #pragma once
 
 #include <cstdint>

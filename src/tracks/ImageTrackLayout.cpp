@@ -55,7 +55,7 @@ Bytes videoHandlerNameASCII()
 
 ImageTrackBuilder::ImageTrackBuilder(QTDataEditor& editor, const ImageTrackShape& shape) : atoms_(editor)
 {
-    tkhd_ = atoms_.tkhd({0x0F, shape.trackID, shape.duration, shape.trackSize});
+    tkhd_ = atoms_.tkhd({0x0F, shape.trackID, shape.duration, shape.trackSize, std::nullopt});
     edts_ = atoms_.edts(shape.duration);
     mdhd_ = atoms_.mdhd(shape.duration, DurationOrder::BigEndian);
     mediaHandler_ = atoms_.hdlr(

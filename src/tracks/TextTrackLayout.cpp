@@ -75,7 +75,7 @@ TextTrackBuilder::TextTrackBuilder(QTDataEditor& editor, const TextTrackKind& ki
                                    std::uint32_t trackID, const TextStyle& style)
     : atoms_(editor), kind_(kind)
 {
-    tkhd_ = atoms_.tkhd({kind.headerFlags, trackID, duration, kind.trackSize});
+    tkhd_ = atoms_.tkhd({kind.headerFlags, trackID, duration, kind.trackSize, std::nullopt});
     edts_ = atoms_.edts(duration);
     mdhd_ = atoms_.mdhd(duration, DurationOrder::LittleEndian);
     mediaHandler_ = atoms_.hdlr({fourCC("mhlr"), fourCC("text"), fourCC("app2"), 0x00000001, kind.mediaHandlerMask,

@@ -21,6 +21,11 @@ constexpr std::int16_t kTemplateQuality = 0;
 constexpr std::uint16_t kGraphicsModeDitherCopy = 0x0040;
 constexpr std::uint16_t kOperationColor = 0x8000;
 
+void putMatrix(ByteWriter& writer, std::span<const std::int32_t> matrix)
+{
+    for (auto value : matrix) writer.putI32BE(value);
+}
+
 void putMatrix(ByteWriter& writer)
 {
     for (auto value : kIdentityMatrix) writer.putU32BE(value);
@@ -77,6 +82,12 @@ Bytes TrackAtoms::tkhd(const TrackHeader& header)
     w.putU32BE(header.flags);  // version 0 in the top byte
     w.putU32BE(kTrackCreationTime).putU32BE(kTrackModificationTime);
     w.putU32BE(header.trackID).putU32BE(0).putU32BE(header.duration).putU64BE(0);
+    if (const auto& placement = header.placement) {
+        w.putI16BE(placement->layer).putI16BE(placement->alternateGroup).putI16BE(placement->volume).putU16BE(0);
+        putMatrix(w, placement->matrix);
+        w.putU32BE(placement->width).putU32BE(placement->height);
+        return atom(atom::tkhd, w.bytes());
+    }
     w.putU16BE(swappedHeaderField(kTemplateLayer));
     w.putU16BE(swappedHeaderField(kTemplateAlternateGroup));
     w.putU16BE(swappedHeaderField(kTemplateVolume));
@@ -88,9 +99,15 @@ Bytes TrackAtoms::tkhd(const TrackHeader& header)
 
 Bytes TrackAtoms::edts(std::uint32_t duration)
 {
-    ByteWriter w(20);
-    putVersionFlagsAndCount(w, 1);
-    w.putU32BE(duration).putU32BE(0).putU32BE(0x00010000);
+    const EditListEntry whole{duration, 0, 0x00010000};
+    return edts(std::span(&whole, 1));
+}
+
+Bytes TrackAtoms::edts(std::span<const EditListEntry> entries)
+{
+    ByteWriter w(8 + 12 * entries.size());
+    putVersionFlagsAndCount(w, entries.size());
+    for (const auto& entry : entries) w.putU32BE(entry.trackDuration).putI32BE(entry.mediaTime).putI32BE(entry.rate);
     const Bytes elst = atom(atom::elst, w.bytes());
     return container(atom::edts, {elst});
 }
@@ -105,6 +122,14 @@ Bytes TrackAtoms::mdhd(std::uint32_t duration, DurationOrder order)
         w.putU32BE(duration);
     }
     w.putU16BE(swappedHeaderField(kTemplateLanguage)).putU16BE(swappedHeaderField(kTemplateQuality));
+    return atom(atom::mdhd, w.bytes());
+}
+
+Bytes TrackAtoms::mdhd(std::uint32_t timeScale, std::uint32_t duration, std::uint16_t language)
+{
+    ByteWriter w(24);
+    w.putU32BE(0).putU32BE(kTrackCreationTime).putU32BE(kTrackModificationTime).putU32BE(timeScale);
+    w.putU32BE(duration).putU16BE(language).putU16BE(0);
     return atom(atom::mdhd, w.bytes());
 }
 
@@ -140,6 +165,13 @@ Bytes TrackAtoms::vmhd()
     return atom(fourCC("vmhd"), w.bytes());
 }
 
+Bytes TrackAtoms::smhd()
+{
+    ByteWriter w(8);
+    w.putU32BE(0).putU16BE(0).putU16BE(0);  // balance centred, reserved
+    return atom(fourCC("smhd"), w.bytes());
+}
+
 Bytes TrackAtoms::dinf()
 {
     ByteWriter self(4);
@@ -161,35 +193,68 @@ Bytes TrackAtoms::stsd(std::span<const std::uint8_t> sampleDescription)
     return atom(atom::stsd, w.bytes());
 }
 
+Bytes TrackAtoms::stsd(const std::vector<Bytes>& sampleDescriptions)
+{
+    ByteWriter w;
+    putVersionFlagsAndCount(w, sampleDescriptions.size());
+    for (const auto& description : sampleDescriptions) w.putBytes(description);
+    return atom(atom::stsd, w.bytes());
+}
+
 Bytes TrackAtoms::stsc()
 {
-    ByteWriter w(20);
-    putVersionFlagsAndCount(w, 1);
-    w.putU32BE(1).putU32BE(1).putU32BE(1);  // from chunk 1: one sample per chunk, description 1
+    const SampleToChunkRun eachSampleAChunk{1, 1, 1};
+    return stsc(std::span(&eachSampleAChunk, 1));
+}
+
+Bytes TrackAtoms::stsc(std::span<const SampleToChunkRun> runs)
+{
+    ByteWriter w(8 + 12 * runs.size());
+    putVersionFlagsAndCount(w, runs.size());
+    for (const auto& run : runs)
+        w.putU32BE(run.firstChunk).putU32BE(run.samplesPerChunk).putU32BE(run.descriptionIndex);
     return atom(atom::stsc, w.bytes());
 }
 
 Bytes TrackAtoms::stsz(const SampleTable& table)
 {
-    ByteWriter w(12 + 4 * table.sizes.size());
-    w.putU32BE(0).putU32BE(0).putU32BE(static_cast<std::uint32_t>(table.sizes.size()));
-    for (auto size : table.sizes) w.putU32BE(size);
+    return stsz(std::span(table.sizes));
+}
+
+Bytes TrackAtoms::stsz(std::span<const std::uint32_t> sizes)
+{
+    ByteWriter w(12 + 4 * sizes.size());
+    w.putU32BE(0).putU32BE(0).putU32BE(static_cast<std::uint32_t>(sizes.size()));
+    for (auto size : sizes) w.putU32BE(size);
     return atom(atom::stsz, w.bytes());
 }
 
 Bytes TrackAtoms::stts(const SampleTable& table)
 {
-    ByteWriter w(8 + 8 * table.durations.size());
-    putVersionFlagsAndCount(w, table.durations.size());
-    for (auto duration : table.durations) w.putU32BE(1).putU32BE(duration);
+    std::vector<TimeToSampleRun> runs;
+    runs.reserve(table.durations.size());
+    for (auto duration : table.durations) runs.push_back({1, duration});
+    return stts(runs);
+}
+
+Bytes TrackAtoms::stts(std::span<const TimeToSampleRun> runs)
+{
+    ByteWriter w(8 + 8 * runs.size());
+    putVersionFlagsAndCount(w, runs.size());
+    for (const auto& run : runs) w.putU32BE(run.count).putU32BE(run.duration);
     return atom(atom::stts, w.bytes());
 }
 
 Bytes TrackAtoms::stco(const SampleTable& table)
 {
-    ByteWriter w(8 + 4 * table.offsets.size());
-    putVersionFlagsAndCount(w, table.offsets.size());
-    for (auto offset : table.offsets) w.putU32BE(offset);
+    return stco(std::span(table.offsets));
+}
+
+Bytes TrackAtoms::stco(std::span<const std::uint32_t> chunkOffsets)
+{
+    ByteWriter w(8 + 4 * chunkOffsets.size());
+    putVersionFlagsAndCount(w, chunkOffsets.size());
+    for (auto offset : chunkOffsets) w.putU32BE(offset);
     return atom(atom::stco, w.bytes());
 }
 

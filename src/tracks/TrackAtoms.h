@@ -4,22 +4,43 @@
 // here; their differences come in as arguments.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
+#include <optional>
 #include <string_view>
 #include <vector>
 
 #include "QTDataEditor.h"
 #include "foundation/Bytes.h"
+#include "toolbox/SampleTable.h"
 
 namespace quillora {
+
+// Where a movie's track is drawn and how loud it plays. The podcast tracks
+// have none: their header takes the template's values.
+struct TrackPlacement {
+    std::int16_t layer = 0;
+    std::int16_t alternateGroup = 0;
+    std::int16_t volume = 0;  // 8.8
+    std::array<std::int32_t, 9> matrix{};
+    std::uint32_t width = 0;  // 16.16
+    std::uint32_t height = 0;
+};
 
 struct TrackHeader {
     std::uint32_t flags = 0;
     std::uint32_t trackID = 0;
     std::uint32_t duration = 0;
     std::uint32_t size = 0;  // width and height, 16.16
+    std::optional<TrackPlacement> placement;
+};
+
+struct EditListEntry {
+    std::uint32_t trackDuration = 0;
+    std::int32_t mediaTime = 0;
+    std::int32_t rate = 0x00010000;
 };
 
 struct HandlerDescription {
@@ -48,6 +69,10 @@ struct SampleTable {
     }
 };
 
+// The compact forms of the sample tables, for tracks of many samples.
+using toolbox::SampleToChunkRun;
+using toolbox::TimeToSampleRun;
+
 // A 16-bit header field as the track templates store it: the sign-extended
 // value swapped as 32 bits, of which only the low half is kept. Every value
 // comes out 0x0000 but 0xFFFF and the other negatives, which come out 0xFFFF.
@@ -73,16 +98,24 @@ public:
 
     Bytes tkhd(const TrackHeader& header);
     Bytes edts(std::uint32_t duration);  // holding one elst
+    Bytes edts(std::span<const EditListEntry> entries);
     Bytes mdhd(std::uint32_t duration, DurationOrder order);
+    Bytes mdhd(std::uint32_t timeScale, std::uint32_t duration, std::uint16_t language);
     Bytes hdlr(const HandlerDescription& handler);
     Bytes gmhd();  // gmin and text
     Bytes vmhd();
+    Bytes smhd();
     Bytes dinf();  // dref holding one alis: the data is in this file
     Bytes stsd(std::span<const std::uint8_t> sampleDescription);
+    Bytes stsd(const std::vector<Bytes>& sampleDescriptions);
     Bytes stsc();
+    Bytes stsc(std::span<const SampleToChunkRun> runs);
     Bytes stsz(const SampleTable& table);
+    Bytes stsz(std::span<const std::uint32_t> sizes);
     Bytes stts(const SampleTable& table);
+    Bytes stts(std::span<const TimeToSampleRun> runs);
     Bytes stco(const SampleTable& table);
+    Bytes stco(std::span<const std::uint32_t> chunkOffsets);
 
 private:
     QTDataEditor& editor_;

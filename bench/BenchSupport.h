@@ -1,0 +1,75 @@
+// What the benchmark programs share: running a command and measuring it.
+#pragma once
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+extern char** environ;
+
+namespace quillora::bench {
+
+using Clock = std::chrono::steady_clock;
+
+struct Run {
+    double seconds = 0;
+    double cpuSeconds = 0;
+    long peakKiB = 0;
+    long long writeCalls = 0;  // bytes passed to write calls ("wchar")
+    long long diskWrites = 0;  // bytes of pages dirtied ("write_bytes")
+};
+
+inline long long ioField(const std::string& text, const std::string& key)
+{
+    const auto at = text.find(key + ": ");
+    return at == std::string::npos ? 0 : std::atoll(text.c_str() + at + key.size() + 2);
+}
+
+// Runs a command without a shell, its output discarded; the child's time,
+// CPU time, peak resident memory and I/O, read while it is a zombie.
+inline Run run(const std::vector<std::string>& command)
+{
+    std::vector<char*> argv;
+    for (const auto& word : command) argv.push_back(const_cast<char*>(word.c_str()));
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+    auto start = Clock::now();
+    pid_t pid;
+    if (posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) {
+        throw std::runtime_error("cannot start " + command[0]);
+    }
+    siginfo_t info{};
+    waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT);
+    Run result{std::chrono::duration<double>(Clock::now() - start).count()};
+    std::ifstream io("/proc/" + std::to_string(pid) + "/io");
+    const std::string text((std::istreambuf_iterator<char>(io)), std::istreambuf_iterator<char>());
+    result.writeCalls = ioField(text, "wchar");
+    result.diskWrites = ioField(text, "write_bytes");
+    int status = 0;
+    rusage usage{};
+    wait4(pid, &status, 0, &usage);
+    auto seconds = [](const timeval& t) { return static_cast<double>(t.tv_sec) + t.tv_usec / 1e6; };
+    result.cpuSeconds = seconds(usage.ru_utime) + seconds(usage.ru_stime);
+    result.peakKiB = usage.ru_maxrss;
+    posix_spawn_file_actions_destroy(&actions);
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw std::runtime_error(command[0] + " failed");
+    return result;
+}
+
+inline void writeText(const std::filesystem::path& path, const std::string& text)
+{
+    std::ofstream(path) << text;
+}
+
+}  // namespace quillora::bench
