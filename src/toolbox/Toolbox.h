@@ -29,6 +29,8 @@ inline constexpr std::int32_t createMovieFileDeleteCurFile = 1 << 31;
 inline constexpr std::int32_t newMovieActive = 1 << 0;
 
 OSErr GetMoviesError();
+// Keeps status as the answer of GetMoviesError, and answers it.
+OSErr recordMoviesError(OSErr status);
 
 // A data reference to a file by path, as the toolbox hands them around.
 struct DataReference {
