@@ -1,0 +1,14 @@
+#pragma once
+
+#include <filesystem>
+#include <iosfwd>
+
+namespace quillora::app {
+
+// Exports a movie's sound track as a handheld-player movie (.m4v). The
+// result is written beside the output under a temporary name and renamed
+// onto it only when the export succeeded; returns the exit status.
+int runExportDeviceCommand(const std::filesystem::path& movie, const std::filesystem::path& output, bool cleanAperture,
+                           std::ostream& out, std::ostream& err);
+
+}  // namespace quillora::app
