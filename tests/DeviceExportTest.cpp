@@ -9,6 +9,7 @@
 
 #include "QTDataEditor.h"
 #include "TestSupport.h"
+#include "foundation/FileTypeCode.h"
 #include "foundation/FourCC.h"
 #include "foundation/Log.h"
 #include "toolbox/Components.h"
@@ -151,7 +152,7 @@ private:
     bool moved_ = false;
 };
 
-TEST(DeviceExport, StoredSettingsExportTheSameFileAndAMissingFileExportsNothing)
+TEST(DeviceExport, StoredSettingsExportTheSameFileAndTheFixedPathsAreUsed)
 {
     if (access("/", W_OK) != 0) GTEST_SKIP() << "the settings file lives at the root, which is not writable here";
     test::TemporaryFolder folder;
@@ -159,6 +160,8 @@ TEST(DeviceExport, StoredSettingsExportTheSameFileAndAMissingFileExportsNothing)
     QTDataEditor editor;
     editor.setSourceMovie(movie.get());
     RootFileGuard guard(kSettingsPath);
+    RootFileGuard typed("/iPodMovie.m4v");
+    test::writeFile("/iPodMovie.m4v", {});
     editor.exportToIPod(folder.path() / "unset.m4v");
     EXPECT_FALSE(std::filesystem::exists(folder.path() / "unset.m4v"));
 
@@ -168,6 +171,8 @@ TEST(DeviceExport, StoredSettingsExportTheSameFileAndAMissingFileExportsNothing)
     EXPECT_TRUE(log.contains("No settings dialog on this platform: exporting with the default settings"));
     test::writeFile(kSettingsPath, *settings);
     ASSERT_EQ(editor.exportAsiPodMovieToPath((folder.path() / "direct.m4v").string(), false), 0);
+    // The type goes on that fixed path, whatever the destination.
+    EXPECT_EQ(fileTypeCode("/iPodMovie.m4v"), fourCC("MFB "));
     editor.exportToIPod(folder.path() / "stored.m4v");
     EXPECT_EQ(test::readFile(folder.path() / "stored.m4v"), test::readFile(folder.path() / "direct.m4v"));
 }
