@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <sstream>
 
 #include "QTDataEditor.h"
 #include "TestSupport.h"
@@ -39,18 +38,6 @@ const std::filesystem::path& lectureMovie()
         return path;
     }();
     return movie;
-}
-
-std::vector<std::string> audioPacketHashes(const std::filesystem::path& path)
-{
-    std::istringstream lines(
-        runCommand("ffmpeg -nostdin -v error -i " + shellQuote(path.string()) + " -map 0:a:0 -c copy -f framemd5 -")
-            .output);
-    std::vector<std::string> hashes;
-    for (std::string line; std::getline(lines, line);) {
-        if (!line.empty() && line[0] != '#') hashes.push_back(line.substr(line.rfind(',') + 1));
-    }
-    return hashes;
 }
 
 std::uint32_t apertureMode(const Movie& movie)
@@ -108,7 +95,7 @@ TEST(DeviceExport, LectureMovieBecomesAHandheldPlayerMovieOfItsRecordingsSound)
                                   shellQuote(exported.string()))
                            .output;
     EXPECT_EQ(probe, "codec_name=aac|codec_type=audio\ntag:major_brand=M4V \n");
-    EXPECT_EQ(audioPacketHashes(exported), audioPacketHashes(kSample / "lecture.m4a"));
+    EXPECT_EQ(test::audioPacketHashes(exported), test::audioPacketHashes(kSample / "lecture.m4a"));
     EXPECT_EQ(test::ffmpegDecodeErrors(exported), "");
     const auto mutagen = runCommand("/usr/bin/python3 -c 'import sys, mutagen.mp4; f = mutagen.mp4.MP4(sys.argv[1]); "
                                     "print(f.info.codec, round(f.info.length))' " +
@@ -217,7 +204,7 @@ TEST(DeviceExport, HostListsTheExportersAndExportsAMovieWithoutHarmingItsFiles)
     EXPECT_EQ(
         test::runQuillora("export-device " + movie + " " + shellQuote(output.string()) + " --clean-aperture").status,
         0);
-    EXPECT_EQ(audioPacketHashes(output), audioPacketHashes(kSample / "lecture.m4a"));
+    EXPECT_EQ(test::audioPacketHashes(output), test::audioPacketHashes(kSample / "lecture.m4a"));
     const Bytes before = test::readFile(lectureMovie());
     const std::string exported = shellQuote(output.string());
     EXPECT_EQ(test::runQuillora("export-device " + exported + " " + exported).status, 2);

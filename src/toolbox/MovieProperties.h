@@ -7,17 +7,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "toolbox/Movie.h"
+#include "toolbox/Toolbox.h"
 
 namespace quillora::toolbox {
-
-struct Rect {
-    std::int16_t top = 0;
-    std::int16_t left = 0;
-    std::int16_t bottom = 0;
-    std::int16_t right = 0;
-    friend bool operator==(const Rect&, const Rect&) = default;
-};
 
 void SetRect(Rect& rect, std::int16_t left, std::int16_t top, std::int16_t right, std::int16_t bottom);
 void OffsetRect(Rect& rect, std::int16_t deltaH, std::int16_t deltaV);
