@@ -1,6 +1,7 @@
 // The handheld-player movie: the source movie handed to the exporter
 // component 'spit' 'M4V ' 'appl', its aperture mode and box adjusted for
 // the export, the exporters listed and the exporter's settings loaded.
+#include <algorithm>
 #include <cstring>
 
 #include "QTDataEditor.h"
