@@ -12,6 +12,7 @@
 #include "InputChecks.h"
 #include "QTDataEditor.h"
 #include "foundation/FourCC.h"
+#include "foundation/Log.h"
 #include "toolbox/Movie.h"
 
 namespace quillora::app {
@@ -40,7 +41,7 @@ std::filesystem::path checkOutput(const std::filesystem::path& movie, const std:
 }  // namespace
 
 int runExportDeviceCommand(const std::filesystem::path& moviePath, const std::filesystem::path& output,
-                           bool cleanAperture, std::ostream& out, std::ostream& err)
+                           bool cleanAperture, bool verbose, std::ostream& out, std::ostream& err)
 {
     std::filesystem::path destination;
     try {
@@ -63,9 +64,20 @@ int runExportDeviceCommand(const std::filesystem::path& moviePath, const std::fi
     auto staged = destination.parent_path() / fmt::format(".{}.{}.partial.m4v", destination.stem().string(), getpid());
     QTDataEditor editor;
     editor.setSourceMovie(movie.get());
-    const int status = editor.exportAsiPodMovieToPath(staged.string(), cleanAperture);
+    int status = 0;
+    std::vector<std::string> logLines;
+    {
+        CapturedLog log;
+        status = editor.exportAsiPodMovieToPath(staged.string(), cleanAperture);
+        logLines = log.lines();
+    }
     std::error_code error;
-    if (status == 0 && std::filesystem::is_regular_file(staged, error)) {
+    const bool exported = status == 0 && std::filesystem::is_regular_file(staged, error);
+    // The toolbox's statuses are for when something went wrong, or when asked for.
+    if (verbose || !exported) {
+        for (const auto& line : logLines) err << line << "\n";
+    }
+    if (exported) {
         std::filesystem::rename(staged, destination, error);
         if (!error) {
             out << "Wrote " << destination.string() << "\n";

@@ -76,6 +76,7 @@ int main(int argc, char** argv)
     std::filesystem::path deviceMovie;
     std::filesystem::path deviceOutput;
     bool cleanAperture = false;
+    bool deviceVerbose = false;
     auto* exportDevice = app.add_subcommand(
         "export-device", "Export a movie's sound track as a movie for a handheld player (MPEG-4, brand M4V)");
     exportDevice->add_option("MOVIE", deviceMovie, "The movie to export (a .mov export, or a recording)")->required();
@@ -83,6 +84,7 @@ int main(int argc, char** argv)
         ->required();
     exportDevice->add_flag("--clean-aperture", cleanAperture,
                            "Show the pictures at their clean aperture during the export (the mode is restored)");
+    exportDevice->add_flag("--verbose", deviceVerbose, "Show the export's log lines (shown anyway when it fails)");
 
     try {
         app.parse(argc, argv);
@@ -107,7 +109,8 @@ int main(int argc, char** argv)
     if (chapterXml->parsed()) return quillora::app::runChapterXmlCommand(chapterXmlOptions, std::cout, std::cerr);
     if (components->parsed()) return quillora::app::runComponentsCommand(std::cout);
     if (exportDevice->parsed()) {
-        return quillora::app::runExportDeviceCommand(deviceMovie, deviceOutput, cleanAperture, std::cout, std::cerr);
+        return quillora::app::runExportDeviceCommand(deviceMovie, deviceOutput, cleanAperture, deviceVerbose, std::cout,
+                                                     std::cerr);
     }
     if (plugins->parsed()) return quillora::app::runPluginsCommand(pluginFolders, std::cout, std::cerr);
     return quillora::app::kExitRefused;
