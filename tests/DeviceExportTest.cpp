@@ -5,12 +5,12 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-
 #include "QTDataEditor.h"
 #include "TestSupport.h"
 #include "foundation/FileTypeCode.h"
 #include "foundation/FourCC.h"
 #include "foundation/Log.h"
+#include "toolbox/AtomContainer.h"
 #include "toolbox/Components.h"
 #include "toolbox/MovieProperties.h"
 
@@ -141,21 +141,27 @@ private:
 
 TEST(DeviceExport, StoredSettingsExportTheSameFileAndTheFixedPathsAreUsed)
 {
-    if (access("/", W_OK) != 0) GTEST_SKIP() << "the settings file lives at the root, which is not writable here";
     test::TemporaryFolder folder;
     auto movie = Movie::movieWithFile(lectureMovie());
     QTDataEditor editor;
     editor.setSourceMovie(movie.get());
+    CapturedLog log;
+    const auto settings = editor.loadExportSettings();
+    ASSERT_TRUE(settings);
+    EXPECT_TRUE(log.contains("No settings dialog on this platform: exporting with the default settings"));
+    // The documented entries, read as the QT atom container layout has them.
+    const auto types = findQTAtomData(*settings, {fourCC("mtyp")});
+    const auto tags = findQTAtomData(*settings, {fourCC("tags")});
+    ASSERT_TRUE(types && tags);
+    EXPECT_EQ(Bytes(types->begin(), types->end()), (Bytes{'s', 'o', 'u', 'n'}));
+    EXPECT_EQ(Bytes(tags->begin(), tags->end()), Bytes{1});
+
+    if (access("/", W_OK) != 0) GTEST_SKIP() << "the settings file lives at the root, which is not writable here";
     RootFileGuard guard(kSettingsPath);
     RootFileGuard typed("/iPodMovie.m4v");
     test::writeFile("/iPodMovie.m4v", {});
     editor.exportToIPod(folder.path() / "unset.m4v");
     EXPECT_FALSE(std::filesystem::exists(folder.path() / "unset.m4v"));
-
-    CapturedLog log;
-    const auto settings = editor.loadExportSettings();
-    ASSERT_TRUE(settings);
-    EXPECT_TRUE(log.contains("No settings dialog on this platform: exporting with the default settings"));
     test::writeFile(kSettingsPath, *settings);
     ASSERT_EQ(editor.exportAsiPodMovieToPath((folder.path() / "direct.m4v").string(), false), 0);
     // The type goes on that fixed path, whatever the destination.
