@@ -27,7 +27,7 @@ class Movie;
 struct Track;
 struct MovieStorage;
 struct HandleBlock;
-}
+}  // namespace toolbox
 
 // Where a search found an atom: its offset and the size its header declares.
 struct AtomLocation {
@@ -177,6 +177,26 @@ public:
     // The user's first language ("AppleLanguages"), Mac OS Roman bytes.
     std::string langCode();
     void updateMovie();
+
+    // --- the handheld-player movie through the toolbox (src/toolbox/) -------
+    // Exports the source movie (its tracks of the kept media types) with
+    // the exporter settings stored in "/ExporterSettings_iPod.atoms", to the
+    // destination (a URL's path). Reports nothing.
+    void exportToIPod(const std::filesystem::path& destination);
+    // Exports the source movie's first sound track to path. Returns the low
+    // byte of the last toolbox status: 0 is success (and so is any status
+    // whose low byte is 0). Marks "/iPodMovie.m4v" with the type 'MFB '.
+    std::int8_t exportAsiPodMovieToPath(const std::string& path, bool usingCleanApertureMode);
+    // Sets the aperture mode to clean aperture; previousMode receives the old
+    // one (untouched when a step fails). Always true.
+    bool setMovieCleanApertureMode(std::uint32_t* previousMode);
+    bool setExportMovieBoxToWidth(float width, float height);
+    // The exporters that write files: {"name", "component" (the reference's
+    // 4 bytes as they lie in memory), "type", "subtype", "manufacturer"}.
+    Value availableComponents();
+    // The handheld-player exporter's settings (an atom container), after
+    // its settings dialog.
+    std::optional<Bytes> loadExportSettings();
 
 private:
     struct AtomHeader {

@@ -29,19 +29,6 @@ std::filesystem::path sampleFolder()
     return test::fixture("").parent_path().parent_path().parent_path() / "sample";
 }
 
-// The packet hashes of the first audio stream, without their times.
-std::vector<std::string> audioPacketHashes(const std::filesystem::path& path)
-{
-    std::istringstream lines(
-        runCommand("ffmpeg -nostdin -v error -i " + shellQuote(path.string()) + " -map 0:a:0 -c copy -f framemd5 -")
-            .output);
-    std::vector<std::string> hashes;
-    for (std::string line; std::getline(lines, line);) {
-        if (!line.empty() && line[0] != '#') hashes.push_back(line.substr(line.rfind(',') + 1));
-    }
-    return hashes;
-}
-
 TEST(ChapterizedMovie, SampleLectureExportsAMovieOtherReadersPlay)
 {
     test::TemporaryFolder folder;
@@ -56,7 +43,7 @@ TEST(ChapterizedMovie, SampleLectureExportsAMovieOtherReadersPlay)
     ASSERT_EQ(exported.status, 0) << exported.output;
     EXPECT_EQ(test::readFile(sample / "lecture.m4a"), recordingBefore);
     EXPECT_EQ(test::ffmpegDecodeErrors(movie), "");
-    EXPECT_EQ(audioPacketHashes(movie), audioPacketHashes(sample / "lecture.m4a"));
+    EXPECT_EQ(test::audioPacketHashes(movie), test::audioPacketHashes(sample / "lecture.m4a"));
 
     const auto probe = runCommand("ffprobe -v error -of compact=p=0 -show_entries "
                                   "stream=codec_type,codec_tag_string,nb_frames:chapter=start_time:chapter_tags=title:"

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 
 namespace quillora::test {
@@ -141,6 +142,19 @@ std::vector<std::pair<std::string, std::int64_t>> atomSizes(const std::filesyste
         sizes.emplace_back(parent + part, node.size);
     }
     return sizes;
+}
+
+// The packet hashes of the first audio stream, without their times.
+std::vector<std::string> audioPacketHashes(const std::filesystem::path& path)
+{
+    std::istringstream lines(
+        runCommand("ffmpeg -nostdin -v error -i " + shellQuote(path.string()) + " -map 0:a:0 -c copy -f framemd5 -")
+            .output);
+    std::vector<std::string> hashes;
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.empty() && line[0] != '#') hashes.push_back(line.substr(line.rfind(',') + 1));
+    }
+    return hashes;
 }
 
 std::string ffmpegDecodeErrors(const std::filesystem::path& path)

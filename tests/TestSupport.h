@@ -69,6 +69,9 @@ std::vector<TrackChunks> chunkOffsetsByTrack(const std::filesystem::path& path);
 // "moov/trak[2]/mdia" style paths of every atom, with their sizes, in file order.
 std::vector<std::pair<std::string, std::int64_t>> atomSizes(const std::filesystem::path& path);
 
+// The packet hashes of the first audio stream (ffmpeg -c copy -f framemd5), without their times.
+std::vector<std::string> audioPacketHashes(const std::filesystem::path& path);
+
 // ffmpeg decodes the whole file; returns what it complained about (empty when nothing).
 std::string ffmpegDecodeErrors(const std::filesystem::path& path);
 

@@ -6,7 +6,9 @@
 
 #include "AtomsCommand.h"
 #include "ChapterXmlCommand.h"
+#include "ComponentsCommand.h"
 #include "ExportCommand.h"
+#include "ExportDeviceCommand.h"
 #include "InspectCommand.h"
 #include "PluginsCommand.h"
 
@@ -69,6 +71,21 @@ int main(int argc, char** argv)
     auto* plugins = app.add_subcommand("plugins", "List the plug-ins found, with title and description");
     plugins->add_option("--plugins", pluginFolders, "Folders to look for plug-in modules in");
 
+    auto* components = app.add_subcommand("components", "List the movie exporters (type, subtype, manufacturer, name)");
+
+    std::filesystem::path deviceMovie;
+    std::filesystem::path deviceOutput;
+    bool cleanAperture = false;
+    bool deviceVerbose = false;
+    auto* exportDevice = app.add_subcommand(
+        "export-device", "Export a movie's sound track as a movie for a handheld player (MPEG-4, brand M4V)");
+    exportDevice->add_option("MOVIE", deviceMovie, "The movie to export (a .mov export, or a recording)")->required();
+    exportDevice->add_option("OUTPUT", deviceOutput, "The file to write, ending in .m4v (replaced only on success)")
+        ->required();
+    exportDevice->add_flag("--clean-aperture", cleanAperture,
+                           "Show the pictures at their clean aperture during the export (the mode is restored)");
+    exportDevice->add_flag("--verbose", deviceVerbose, "Show the export's log lines (shown anyway when it fails)");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& help) {
@@ -90,6 +107,11 @@ int main(int argc, char** argv)
     if (inspect->parsed()) return quillora::app::runInspectCommand(inspectFile, std::cout, std::cerr);
     if (exportCommand->parsed()) return quillora::app::runExportCommand(exportOptions, std::cin, std::cout, std::cerr);
     if (chapterXml->parsed()) return quillora::app::runChapterXmlCommand(chapterXmlOptions, std::cout, std::cerr);
+    if (components->parsed()) return quillora::app::runComponentsCommand(std::cout);
+    if (exportDevice->parsed()) {
+        return quillora::app::runExportDeviceCommand(deviceMovie, deviceOutput, cleanAperture, deviceVerbose, std::cout,
+                                                     std::cerr);
+    }
     if (plugins->parsed()) return quillora::app::runPluginsCommand(pluginFolders, std::cout, std::cerr);
     return quillora::app::kExitRefused;
 }

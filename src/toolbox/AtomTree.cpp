@@ -75,6 +75,7 @@ std::optional<std::int64_t> childOffsetOfContainer(std::uint32_t type, std::uint
     case atom::tref:
     case atom::ilst:
     case fourCC("dinf"):
+    case fourCC("tapt"):  // a track's sizes per aperture mode
         return 8;
     case atom::meta:
         return 12;

@@ -91,6 +91,20 @@ private:
 
 class Movie;
 
+// The picture sizes of a visual track in each aperture mode: clean
+// aperture, production aperture and encoded pixels (16.16 each).
+struct ApertureDimensions {
+    Fixed cleanWidth = 0, cleanHeight = 0;
+    Fixed productionWidth = 0, productionHeight = 0;
+    Fixed encodedWidth = 0, encodedHeight = 0;
+    friend bool operator==(const ApertureDimensions&, const ApertureDimensions&) = default;
+};
+
+inline constexpr std::uint32_t kQTApertureMode_Classic = 0x636C6173;             // 'clas'
+inline constexpr std::uint32_t kQTApertureMode_CleanAperture = 0x636C6561;       // 'clea'
+inline constexpr std::uint32_t kQTApertureMode_ProductionAperture = 0x70726F64;  // 'prod'
+inline constexpr std::uint32_t kQTApertureMode_EncodedPixels = 0x656E636F;       // 'enco'
+
 struct Track {
     Movie* movie = nullptr;
     std::uint32_t trackID = 0;
@@ -105,6 +119,8 @@ struct Track {
     // Track references by type ('chap', ...): the IDs they name.
     std::vector<std::pair<std::uint32_t, std::vector<std::uint32_t>>> references;
     std::string name;  // shown by players; empty for none
+    // Written as the track's 'tapt' atom (clef, prof, enof) when present.
+    std::optional<ApertureDimensions> apertureDimensions;
     std::unique_ptr<Media> media;
 
     // In the movie's time scale: the sum of the edits.
@@ -146,6 +162,15 @@ public:
     const std::vector<MetaDataItem>& metaData() const { return metaData_; }
     bool editable() const { return editable_; }
     void setEditable(bool on) { editable_ = on; }
+    // The movie's own matrix (in its header): it places the tracks' picture
+    // in the movie box.
+    const Matrix& matrix() const { return matrix_; }
+    void setMatrix(const Matrix& matrix) { matrix_ = matrix; }
+    // Which picture size the movie shows ('clas' classic by default). Any
+    // other mode is written as an 'apmd' atom (4 bytes) in the movie's user
+    // data, so that it survives a flatten.
+    std::uint32_t apertureMode() const { return apertureMode_; }
+    void setApertureMode(std::uint32_t mode) { apertureMode_ = mode; }
 
     Track& newTrack();
     std::uint32_t nextTrackID() const;
@@ -159,8 +184,9 @@ public:
     bool addImage(const std::filesystem::path& picture, TimeValue duration, const Value& attributes);
     // Flattens the movie into one self-contained file at path: the movie
     // atom first, then the media data. Attributes hold "QTMovieFlatten",
-    // "QTMovieExport" and "QTMovieExportType"; only the movie type 'MooV' is
-    // written. False when the file cannot be written; nothing is left then.
+    // "QTMovieExport" and "QTMovieExportType": 'MooV' (the default) writes a
+    // QuickTime movie, 'M4V ' an MPEG-4 file of that brand for handheld
+    // players; other types are not written. False when the file cannot be written; nothing is left then.
     bool writeToFile(const std::filesystem::path& path, const Value& attributes) const;
     // Writes the movie back over the file it was opened from.
     bool updateMovieFile();
@@ -172,6 +198,8 @@ private:
     std::vector<std::unique_ptr<Track>> tracks_;
     std::vector<MetaDataItem> metaData_;
     bool editable_ = false;
+    Matrix matrix_ = kIdentityMatrix;
+    std::uint32_t apertureMode_ = kQTApertureMode_Classic;
 
     friend class MovieReader;
 };

@@ -55,6 +55,23 @@ void readTrackHeader(const Bytes& payload, Track& track)
     }
 }
 
+// The three sizes of a 'tapt' atom: clean aperture, production, encoded.
+std::optional<ApertureDimensions> readApertureDimensions(FileHandle& file, const AtomTree& tree, const AtomNode& tapt)
+{
+    std::optional<ApertureDimensions> dimensions;
+    for (const auto& child : tree.childrenOf(tapt)) {
+        const Bytes payload = readAtomPayload(file, child);
+        if (payload.size() < 12) continue;
+        const Fixed width = static_cast<Fixed>(readU32BE(payload.data() + 4));
+        const Fixed height = static_cast<Fixed>(readU32BE(payload.data() + 8));
+        if (!dimensions) dimensions.emplace();
+        if (child.type == fourCC("clef")) dimensions->cleanWidth = width, dimensions->cleanHeight = height;
+        if (child.type == fourCC("prof")) dimensions->productionWidth = width, dimensions->productionHeight = height;
+        if (child.type == fourCC("enof")) dimensions->encodedWidth = width, dimensions->encodedHeight = height;
+    }
+    return dimensions;
+}
+
 std::vector<Edit> readEdits(const Bytes& elst)
 {
     std::vector<Edit> edits;
@@ -144,6 +161,7 @@ std::unique_ptr<Track> readTrack(FileHandle& file, const AtomTree& tree, const A
     auto track = std::make_unique<Track>();
     for (const auto& child : tree.childrenOf(trak)) {
         if (child.type == atom::tkhd) readTrackHeader(readAtomPayload(file, child), *track);
+        if (child.type == fourCC("tapt")) track->apertureDimensions = readApertureDimensions(file, tree, child);
         if (child.type == atom::edts) {
             if (auto elst = tree.childOfType(child, atom::elst)) track->edits = readEdits(readAtomPayload(file, *elst));
         }
@@ -179,10 +197,22 @@ public:
             movie.tracks_.back()->movie = &movie;
         }
         movie.metaData_ = readMetaDataItems(file, tree);
+        if (auto mode = tree.find({atom::moov, atom::udta, fourCC("apmd")})) {
+            const Bytes payload = readAtomPayload(file, *mode);
+            if (payload.size() >= 4) movie.apertureMode_ = readU32BE(payload.data());
+        }
     }
     static bool readHeader(FileHandle& file, const AtomNode& mvhd, Movie& movie)
     {
-        return readTimes(readAtomPayload(file, mvhd), movie.timeScale_, movie.headerDuration_);
+        const Bytes payload = readAtomPayload(file, mvhd);
+        // The matrix follows the times, the rate, the volume and 10 reserved bytes.
+        const std::size_t matrixAt = !payload.empty() && payload[0] == 1 ? 48 : 36;
+        if (payload.size() >= matrixAt + 36) {
+            for (std::size_t i = 0; i < 9; ++i) {
+                movie.matrix_[i] = static_cast<std::int32_t>(readU32BE(payload.data() + matrixAt + 4 * i));
+            }
+        }
+        return readTimes(payload, movie.timeScale_, movie.headerDuration_);
     }
 };
 

@@ -19,8 +19,26 @@ namespace {
 
 constexpr std::size_t kCopyBufferSize = 1 << 20;
 constexpr std::uint32_t kMovieFileType = fourCC("MooV");
-constexpr std::uint32_t kQuickTimeBrand = fourCC("qt  ");
+constexpr std::uint32_t kHandheldPlayerFileType = fourCC("M4V ");
 constexpr std::uint32_t kQuickTimeBrandVersion = 0x20050300;
+constexpr std::uint32_t kApertureModeAtom = fourCC("apmd");
+
+// The file type atom of each kind of file the writer makes.
+struct FileBrand {
+    std::uint32_t major;
+    std::uint32_t version;
+    std::vector<std::uint32_t> compatible;
+};
+
+std::optional<FileBrand> brandForExportType(std::uint32_t exportType)
+{
+    if (exportType == kMovieFileType) return FileBrand{fourCC("qt  "), kQuickTimeBrandVersion, {fourCC("qt  ")}};
+    if (exportType == kHandheldPlayerFileType) {
+        return FileBrand{
+            kHandheldPlayerFileType, 1, {kHandheldPlayerFileType, fourCC("M4A "), fourCC("mp42"), fourCC("isom")}};
+    }
+    return std::nullopt;
+}
 constexpr std::uint32_t kTrackInMovieAndPreview = 0x6;
 constexpr std::uint32_t kTrackEnabled = 0x1;
 
@@ -48,7 +66,7 @@ std::uint32_t narrow(std::int64_t value)
 
 class Flattener {
 public:
-    explicit Flattener(const Movie& movie) : movie_(movie) {}
+    Flattener(const Movie& movie, FileBrand brand) : movie_(movie), brand_(std::move(brand)) {}
 
     void write(const std::filesystem::path& path)
     {
@@ -73,8 +91,9 @@ public:
 private:
     Bytes ftyp()
     {
-        ByteWriter w(12);
-        w.putFourCC(kQuickTimeBrand).putU32BE(kQuickTimeBrandVersion).putFourCC(kQuickTimeBrand);
+        ByteWriter w(8 + 4 * brand_.compatible.size());
+        w.putFourCC(brand_.major).putU32BE(brand_.version);
+        for (auto compatible : brand_.compatible) w.putFourCC(compatible);
         return atoms_.atom(atom::ftyp, w.bytes());
     }
 
@@ -84,7 +103,7 @@ private:
         w.putU32BE(0).putU32BE(kTrackCreationTime).putU32BE(kTrackModificationTime);
         w.putU32BE(narrow(movie_.timeScale())).putU32BE(narrow(static_cast<std::int64_t>(movie_.duration())));
         w.putU32BE(0x00010000).putU16BE(0x0100).putZeros(10);  // rate 1.0, volume 1.0
-        for (auto value : kIdentityMatrix) w.putI32BE(value);
+        for (auto value : movie_.matrix()) w.putI32BE(value);
         w.putZeros(24);  // preview, poster, selection and current times
         w.putU32BE(movie_.nextTrackID());
         return atoms_.atom(atom::mvhd, w.bytes());
@@ -98,6 +117,11 @@ private:
         for (const auto& track : movie_.tracks()) payload.putBytes(trak(*track, offset));
         mediaDataSize_ = offset - firstSampleOffset;
         payload.putBytes(nativeMetaDataAtom(atoms_, movie_.metaData()));
+        if (movie_.apertureMode() != kQTApertureMode_Classic) {
+            ByteWriter mode(4);
+            mode.putFourCC(movie_.apertureMode());
+            payload.putBytes(atoms_.atom(atom::udta, atoms_.atom(kApertureModeAtom, mode.bytes())));
+        }
         return atoms_.atom(atom::moov, payload.bytes());
     }
 
@@ -116,7 +140,9 @@ private:
             entries.push_back({narrow(edit.trackDuration), static_cast<std::int32_t>(edit.mediaTime), edit.rate});
         }
         ByteWriter payload;
-        payload.putBytes(tkhd).putBytes(atoms_.edts(entries));
+        payload.putBytes(tkhd);
+        if (track.apertureDimensions) payload.putBytes(tapt(*track.apertureDimensions));
+        payload.putBytes(atoms_.edts(entries));
         if (!track.references.empty()) {
             ByteWriter references;
             for (const auto& [type, ids] : track.references) {
@@ -133,6 +159,20 @@ private:
             payload.putBytes(atoms_.atom(atom::udta, atoms_.atom(fourCC("name"), name.bytes())));
         }
         return atoms_.atom(atom::trak, payload.bytes());
+    }
+
+    // The track's picture sizes per aperture mode: clean, production, encoded.
+    Bytes tapt(const ApertureDimensions& dimensions)
+    {
+        auto size = [this](std::uint32_t type, Fixed width, Fixed height) {
+            ByteWriter w(12);
+            w.putU32BE(0).putI32BE(width).putI32BE(height);
+            return atoms_.atom(type, w.bytes());
+        };
+        const Bytes clean = size(fourCC("clef"), dimensions.cleanWidth, dimensions.cleanHeight);
+        const Bytes production = size(fourCC("prof"), dimensions.productionWidth, dimensions.productionHeight);
+        const Bytes encoded = size(fourCC("enof"), dimensions.encodedWidth, dimensions.encodedHeight);
+        return atoms_.container(fourCC("tapt"), {clean, production, encoded});
     }
 
     Bytes mdia(const Media& media, std::int64_t& offset)
@@ -207,6 +247,7 @@ private:
     }
 
     const Movie& movie_;
+    FileBrand brand_;
     QTDataEditor editor_;
     TrackAtoms atoms_{editor_};
     std::int64_t mediaDataSize_ = 0;
@@ -217,14 +258,16 @@ private:
 bool Movie::writeToFile(const std::filesystem::path& path, const Value& attributes) const
 {
     const Value* exportType = attributes.get(QTMovieExportType);
-    if (exportType && exportType->asInteger() != kMovieFileType) return false;
+    const auto brand = brandForExportType(
+        exportType && exportType->asInteger() ? static_cast<std::uint32_t>(*exportType->asInteger()) : kMovieFileType);
+    if (!brand) return false;
     // Written beside the destination and then moved over it, so that a
     // failed write never leaves half a movie, and a movie can be written
     // over the file its samples come from.
     auto partial = path;
     partial += ".partial";
     try {
-        Flattener(*this).write(partial);
+        Flattener(*this, *brand).write(partial);
         std::filesystem::rename(partial, path);
         return true;
     } catch (const std::exception&) {

@@ -8,13 +8,6 @@
 
 namespace quillora::toolbox {
 
-struct Rect {
-    std::int16_t top = 0;
-    std::int16_t left = 0;
-    std::int16_t bottom = 0;
-    std::int16_t right = 0;
-};
-
 // Byte offsets of the TextDescription fields in a sample description entry.
 namespace textDescription {
 inline constexpr std::size_t displayFlags = 16;

@@ -86,6 +86,11 @@ OSErr GetMoviesError()
     return lastMoviesError;
 }
 
+OSErr recordMoviesError(OSErr status)
+{
+    return answer(status);
+}
+
 OSErr QTNewDataReferenceFromFullPathCFString(const std::string& path, std::int32_t /*pathStyle*/,
                                              std::uint32_t /*flags*/, std::unique_ptr<DataReference>& dataRef,
                                              std::uint32_t& dataRefType)

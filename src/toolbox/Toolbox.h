@@ -29,6 +29,17 @@ inline constexpr std::int32_t createMovieFileDeleteCurFile = 1 << 31;
 inline constexpr std::int32_t newMovieActive = 1 << 0;
 
 OSErr GetMoviesError();
+// Keeps status as the answer of GetMoviesError, and answers it.
+OSErr recordMoviesError(OSErr status);
+
+// A rectangle in pixels: its edges.
+struct Rect {
+    std::int16_t top = 0;
+    std::int16_t left = 0;
+    std::int16_t bottom = 0;
+    std::int16_t right = 0;
+    friend bool operator==(const Rect&, const Rect&) = default;
+};
 
 // A data reference to a file by path, as the toolbox hands them around.
 struct DataReference {

@@ -1,0 +1,95 @@
+#include "ExportDeviceCommand.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <ostream>
+
+#include "ExportCommand.h"
+#include "ExportInputs.h"
+#include "InputChecks.h"
+#include "QTDataEditor.h"
+#include "foundation/FourCC.h"
+#include "foundation/Log.h"
+#include "toolbox/Movie.h"
+
+namespace quillora::app {
+
+namespace {
+
+// Refuses what would make the export fail or harm the user's files;
+// answers the absolute output.
+std::filesystem::path checkOutput(const std::filesystem::path& movie, const std::filesystem::path& output)
+{
+    const auto destination = std::filesystem::absolute(output);
+    std::string extension = destination.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    if (extension != ".m4v") throw InputError(fmt::format("The output {} does not end in .m4v", output.string()));
+    if (!std::filesystem::is_directory(destination.parent_path())) {
+        throw InputError(fmt::format("The output folder {} does not exist", destination.parent_path().string()));
+    }
+    if (std::filesystem::is_directory(destination)) {
+        throw InputError(fmt::format("The output {} is a folder", destination.string()));
+    }
+    checkOutputIsNoInput(destination, {movie});
+    return destination;
+}
+
+}  // namespace
+
+int runExportDeviceCommand(const std::filesystem::path& moviePath, const std::filesystem::path& output,
+                           bool cleanAperture, bool verbose, std::ostream& out, std::ostream& err)
+{
+    std::filesystem::path destination;
+    try {
+        destination = checkOutput(moviePath, output);
+    } catch (const InputError& refusal) {
+        err << "quillora: " << refusal.what() << "\n";
+        return kExitRefused;
+    }
+    std::string problem;
+    auto movie = toolbox::Movie::movieWithFile(moviePath, &problem);
+    if (!movie) {
+        err << "quillora: cannot read " << moviePath.string() << ": " << problem << "\n";
+        return kExitFailed;
+    }
+    if (!movie->trackOfMediaType(fourCC("soun"))) {
+        err << "quillora: " << moviePath.string() << " has no sound track to export\n";
+        return kExitRefused;
+    }
+    // Beside the output, so that the final rename stays on one file system.
+    auto staged = destination.parent_path() / fmt::format(".{}.{}.partial.m4v", destination.stem().string(), getpid());
+    QTDataEditor editor;
+    editor.setSourceMovie(movie.get());
+    int status = 0;
+    std::vector<std::string> logLines;
+    {
+        CapturedLog log;
+        status = editor.exportAsiPodMovieToPath(staged.string(), cleanAperture);
+        logLines = log.lines();
+    }
+    std::error_code error;
+    const bool exported = status == 0 && std::filesystem::is_regular_file(staged, error);
+    // The toolbox's statuses are for when something went wrong, or when asked for.
+    if (verbose || !exported) {
+        for (const auto& line : logLines) err << line << "\n";
+    }
+    if (exported) {
+        std::filesystem::rename(staged, destination, error);
+        if (!error) {
+            out << "Wrote " << destination.string() << "\n";
+            return kExitSuccess;
+        }
+        err << "quillora: cannot rename onto " << destination.string() << ": " << error.message() << "\n";
+    } else {
+        err << fmt::format("quillora: the device export failed (status low byte {}); {} is left as it was\n", status,
+                           destination.string());
+    }
+    std::filesystem::remove(staged, error);
+    return kExitFailed;
+}
+
+}  // namespace quillora::app
