@@ -1,6 +1,9 @@
 // The chapterized movie through our toolbox: a new movie in a temporary
 // file, the recording's sound copied into it, the slides as pictures and a
 // chapter text track that the sound track names.
+#include <stdlib.h>
+#include <unistd.h>
+
 #include <cstdio>
 
 #include "QTDataEditor.h"
@@ -40,8 +43,12 @@ std::string trimmed(const std::string& text)
 std::unique_ptr<Movie> QTDataEditor::movieFromTempFile(std::unique_ptr<MovieStorage>& dataHandler, std::int16_t& status)
 {
     status = -1;
-    char name[L_tmpnam];
-    if (!std::tmpnam(name)) return nullptr;
+    // A fresh name in the temporary folder, made by creating the file, so no
+    // other process can take it between naming and use.
+    std::string name = (std::filesystem::temp_directory_path() / "quillora-movie-XXXXXX").string();
+    const int fd = ::mkstemp(name.data());
+    if (fd < 0) return nullptr;
+    ::close(fd);
     std::unique_ptr<DataReference> reference;
     std::uint32_t referenceType = 0;
     const OSErr made = QTNewDataReferenceFromFullPathCFString(name, -1, 0, reference, referenceType);
