@@ -20,15 +20,6 @@ namespace {
 using test::ScopedDefaults;
 using test::TemporaryFolder;
 
-struct NoUserInterface : HostUserInterface {
-    void showWindow(std::string_view) override {}
-    void beginSavePanel(const SavePanelRequest&, std::function<void(int, const std::string&)>) override {}
-    void beginProgressSheet() override {}
-    void endProgressSheet() override {}
-    void showAlert(const ErrorRecord&, std::string_view) override {}
-    void registerUndo(std::function<void()>) override {}
-};
-
 Date at(double seconds)
 {
     using namespace std::chrono;
@@ -66,7 +57,7 @@ TEST(ChapterDocument, FollowsRecordedTimeAndLeavesOutMissingAndLateSlides)
     Value late = slide(13, "After the end", pictures / "f.jpg");
     const Value slides = Value::array({d, a, late, missing, b, e});
 
-    NoUserInterface ui;
+    SilentUserInterface ui;
     QuickTimePlugin plugin({test::fixture("recording-moov-first.m4a").string(), folder.path().string() + "/", slides,
                             Value::array(), &ui, dates});
     struct Line {
@@ -188,7 +179,7 @@ TEST(ChapterToolPipeline, AFailingOrMissingChapterToolGivesAnErrorAndNoFile)
         }
         const auto picture = folder.path() / "a.jpg";
         std::filesystem::copy_file(test::fixture("slide.jpg"), picture);
-        NoUserInterface ui;
+        SilentUserInterface ui;
         QuickTimePlugin plugin({test::copyFixture("recording-moov-first.m4a", folder).string(),
                                 folder.path().string() + "/", Value::array({slide(0, "A", picture)}), Value::array(),
                                 &ui, Value::array(), tools.string()});

@@ -187,16 +187,6 @@ TEST(ChapterizedMovie, WiringAnExistingTextTrackAddsActionsToItsSamples)
     EXPECT_TRUE(log.contains("-[QTDataEditor AddHTAct_AddHyperTextToTextMovie:]  Could not get media sample"));
 }
 
-class SilentUserInterface : public HostUserInterface {
-public:
-    void showWindow(std::string_view) override {}
-    void beginSavePanel(const SavePanelRequest&, std::function<void(int, const std::string&)>) override {}
-    void beginProgressSheet() override {}
-    void endProgressSheet() override {}
-    void showAlert(const ErrorRecord&, std::string_view) override {}
-    void registerUndo(std::function<void()>) override {}
-};
-
 // A movie with a text track only: a recording without sound.
 std::filesystem::path silentMovie(const std::filesystem::path& folder)
 {

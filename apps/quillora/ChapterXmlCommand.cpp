@@ -13,20 +13,6 @@ namespace quillora::app {
 
 namespace {
 
-// The document is made without any window, panel or sheet.
-class NoUserInterface : public HostUserInterface {
-public:
-    void showWindow(std::string_view) override {}
-    void beginSavePanel(const SavePanelRequest&, std::function<void(int, const std::string&)> done) override
-    {
-        done(0, "");
-    }
-    void beginProgressSheet() override {}
-    void endProgressSheet() override {}
-    void showAlert(const ErrorRecord&, std::string_view) override {}
-    void registerUndo(std::function<void()>) override {}
-};
-
 // Transition records with their pictures named from the file's folder. A
 // missing picture is no error here: the document leaves that slide out and
 // says so.
@@ -58,7 +44,7 @@ Value readChapterTransitions(const std::filesystem::path& path)
 
 int runChapterXmlCommand(const ChapterXmlOptions& options, std::ostream& out, std::ostream& err)
 {
-    NoUserInterface userInterface;
+    SilentUserInterface userInterface;  // the document is made without any window
     HostContext context;
     try {
         checkRecording(options.recording, false);

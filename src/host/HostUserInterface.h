@@ -39,4 +39,19 @@ public:
     virtual void registerUndo(std::function<void()> undo) = 0;
 };
 
+// For work done without any window, panel or sheet: the panel is cancelled,
+// everything else shows nothing.
+class SilentUserInterface : public HostUserInterface {
+public:
+    void showWindow(std::string_view) override {}
+    void beginSavePanel(const SavePanelRequest&, std::function<void(int, const std::string&)> done) override
+    {
+        done(0, "");
+    }
+    void beginProgressSheet() override {}
+    void endProgressSheet() override {}
+    void showAlert(const ErrorRecord&, std::string_view) override {}
+    void registerUndo(std::function<void()>) override {}
+};
+
 }  // namespace quillora
