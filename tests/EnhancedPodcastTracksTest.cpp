@@ -2,6 +2,8 @@
 // offset of every track still points at its own sample, and ffmpeg plays it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "TestSupport.h"
 #include "TrackTestSupport.h"
 #include "foundation/FourCC.h"
@@ -15,6 +17,12 @@ struct Layout {
     const char* fixture;
     bool withNotes;  // notes as a sixth track would be past the tracks whose offsets are kept up to date
 };
+
+// Keeps the test names free of the parameter's bytes.
+void PrintTo(const Layout& layout, std::ostream* out)
+{
+    *out << layout.fixture;
+}
 
 class EnhancedPodcastTracks : public ::testing::TestWithParam<Layout> {};
 
@@ -79,4 +87,9 @@ INSTANTIATE_TEST_SUITE_P(Layouts, EnhancedPodcastTracks,
                          ::testing::Values(Layout{"recording-moov-first.m4a", true},
                                            Layout{"recording-moov-last.m4a", true},
                                            Layout{"recording-chunks-moov-first.m4a", false},
-                                           Layout{"recording-chunks-moov-last.m4a", true}));
+                                           Layout{"recording-chunks-moov-last.m4a", true}),
+                         [](const auto& instance) {
+                             std::string name = std::filesystem::path(instance.param.fixture).stem().string();
+                             std::replace(name.begin(), name.end(), '-', '_');
+                             return name + (instance.param.withNotes ? "_with_notes" : "");
+                         });
