@@ -137,10 +137,16 @@ TEST(ChapterToolPipeline, SampleLectureGetsChaptersPicturesAndTheTagToolsTags)
     const std::string document = run(quillora + " chapter-xml " + lecture);
     EXPECT_TRUE(document.starts_with(R"(<?xml version="1.0" encoding="utf-8"?>)")) << document;
 
-    run(quillora + " export " + lecture + " --tags " + test::shellQuote(tags.string()) + " --defaults " +
-        test::shellQuote(sample + "defaults.json") + " --scratch " +
-        test::shellQuote((folder.path() / "scratch").string()) + " --output " + test::shellQuote(output.string()) +
-        " --pipeline tools");
+    const std::string shown = run(quillora + " export " + lecture + " --tags " + test::shellQuote(tags.string()) +
+                                  " --defaults " + test::shellQuote(sample + "defaults.json") + " --scratch " +
+                                  test::shellQuote((folder.path() / "scratch").string()) + " --output " +
+                                  test::shellQuote(output.string()) + " --pipeline tools");
+    // The tools' stages are shown as they happen; the staged result is not.
+    EXPECT_NE(
+        shown.find("\n  Describing the chapters\n  Making the podcast with the chapter tool\n  Adding the tags\n"),
+        std::string::npos)
+        << shown;
+    EXPECT_EQ(shown.find("/result/"), std::string::npos) << shown;
     const std::string file = test::shellQuote(output.string());
     // The chapters start where the slides changed (in 1/600 s), whatever the dates the host derived.
     EXPECT_EQ(run("ffprobe -v error -show_entries chapter=start:chapter_tags=title -of csv=p=0 " + file),

@@ -216,7 +216,7 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
     out << "Exporting " << options.recording.string() << " as " << checked.format << "\n";
     if (options.pipeline == "tools") {
         const std::string staged = stage(*checked.destination);
-        const int status = runToolPipelineExport(*plugin, checked.params, staged, out, err);
+        const int status = runToolPipelineExport(*plugin, checked.params, staged, err);
         if (status == kExitRefused) {
             NotificationCenter::defaultCenter().removeObserver(observation);
             return status;

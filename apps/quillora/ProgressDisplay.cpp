@@ -43,7 +43,8 @@ bool isTerminal(const std::ostream& out)
 
 std::string progressLine(const ProgressReport& report, std::size_t width)
 {
-    std::string line = fmt::format("  {:<{}}", report.stage, kStageWidth);
+    // A stage longer than its column still keeps a space before the count.
+    std::string line = fmt::format("  {:<{}} ", report.stage, kStageWidth - 1);
     if (report.unit == ProgressUnit::pictures) {
         line += fmt::format("slide {} of {}  {}", report.done, report.total, bar(report.done, report.total));
     } else if (report.unit == ProgressUnit::bytes) {

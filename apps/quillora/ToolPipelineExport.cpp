@@ -24,8 +24,7 @@ std::string auxiliaryToolsFolder()
     return QUILLORA_TOOLS_DIR;
 }
 
-int runToolPipelineExport(quilloraPlugin& plugin, const Value& params, const std::string& output, std::ostream& out,
-                          std::ostream& err)
+int runToolPipelineExport(quilloraPlugin& plugin, const Value& params, const std::string& output, std::ostream& err)
 {
     auto* quickTime = dynamic_cast<QuickTimePlugin*>(&plugin);
     if (!quickTime) {
@@ -53,7 +52,6 @@ int runToolPipelineExport(quilloraPlugin& plugin, const Value& params, const std
         plugin.userInterface().showAlert(*error, kHelpAnchor);
         return 1;
     }
-    out << "The tools made " << output << "\n";
     return 0;
 }
 

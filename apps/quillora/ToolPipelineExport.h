@@ -17,7 +17,6 @@ std::string auxiliaryToolsFolder();
 // Runs the plug-in's createM4AFile to output and waits for the tools'
 // reports; a failure is shown as the plug-in's alert. Returns the exit
 // status: 0 success, 1 failed export, 2 a tool is missing.
-int runToolPipelineExport(quilloraPlugin& plugin, const Value& params, const std::string& output, std::ostream& out,
-                          std::ostream& err);
+int runToolPipelineExport(quilloraPlugin& plugin, const Value& params, const std::string& output, std::ostream& err);
 
 }  // namespace quillora::app

@@ -15,6 +15,7 @@
 #include "QuickTimePlugin/ErrorCreation.h"
 #include "QuickTimePlugin/QuickTimePlugin.h"
 #include "foundation/Log.h"
+#include "foundation/Progress.h"
 #include "foundation/PropertyList.h"
 #include "foundation/UserDefaults.h"
 #include "host/ErrorStrings.h"
@@ -156,6 +157,13 @@ std::string statusText(const char* key)
     return ErrorStrings::errorStrings()->lookup(key);
 }
 
+// The status is also the stage the host shows while the tools work.
+void showStatus(QuickTimePlugin& plugin, const char* key)
+{
+    plugin.setSaveStatus(statusText(key));
+    beginProgressStage(plugin.saveStatus());
+}
+
 Value filePathInfo(const std::string& path)
 {
     return Value::dictionary({{std::string(kErrorFilePathKey), path}});
@@ -286,16 +294,17 @@ bool QuickTimePlugin::createM4AFile(const std::string& destination)
             throw NamedException(std::string(QuilloraErrors::qtPluginTargetMovieErr),
                                  "Could not create the new movie file.", filePathInfo(destination));
         }
-        setSaveStatus(statusText("savingImages"));
-        setSaveStatus(statusText("resizingImages"));
+        showStatus(*this, "savingImages");
+        showStatus(*this, "resizingImages");
         resizeImages();
-        setSaveStatus(statusText("createXML"));
+        showStatus(*this, "createXML");
         const auto document = generateXML();
-        setSaveStatus(statusText("createAudioFile"));
+        showStatus(*this, "createAudioFile");
         // Made beside the destination, so that moving it into place is a rename.
         const auto temporary =
             (folder / ("." + uniqueName() + std::filesystem::path(destination).extension().string())).string();
         createEnhancedPodcastInURL(temporary, *document);
+        beginProgressStage("Adding the tags");
         const Value* tags = exportParams().get("tags");
         setID3Tags(tags && tags->isDictionary() ? *tags : Value::dictionary(), temporary);
         std::error_code renamed;
