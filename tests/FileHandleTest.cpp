@@ -27,12 +27,20 @@ TEST(FileHandle, EditsMatchAPlainVectorForEveryBufferSizeAndLimit)
     struct Case {
         std::size_t buffer;
         std::size_t pendingLimit;
+        bool writeFirst;  // a write across the end before any edit goes straight to the file
     };
-    for (Case c : {Case{1, 2u << 20}, Case{3, 2u << 20}, Case{64, 100}, Case{4096, 0}}) {
-        const Bytes original = model;
+    for (Case c : {Case{1, 2u << 20, false}, Case{3, 2u << 20, true}, Case{64, 100, false}, Case{4096, 0, true}}) {
         FileHandle file(path, FileHandle::Mode::Updating);
         file.setMoveBufferSize(c.buffer);
         file.setPendingLimit(c.pendingLimit);
+        if (c.writeFirst) {
+            const Bytes across(30, 9);
+            file.seekToFileOffset(std::ssize(model) - 10);
+            file.writeData(across);
+            model.resize(model.size() + 20);
+            std::copy(across.begin(), across.end(), model.end() - 30);
+        }
+        const Bytes beforeEdits = model;
         // More than one block of memory, so later insertions go to another.
         const Bytes large(1300000, 7);
         file.insertBytes(10, large);
@@ -68,7 +76,7 @@ TEST(FileHandle, EditsMatchAPlainVectorForEveryBufferSizeAndLimit)
             ASSERT_EQ(file.readDataToEndOfFile(), model) << "buffer " << c.buffer << " round " << round;
         }
         if (c.pendingLimit > large.size()) {
-            EXPECT_EQ(test::readFile(path), original) << "written before closing";
+            EXPECT_EQ(test::readFile(path), beforeEdits) << "written before closing";
         }
         file.closeFile();
         EXPECT_EQ(test::readFile(path), model) << "buffer " << c.buffer;

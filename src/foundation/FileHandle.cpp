@@ -140,6 +140,13 @@ Bytes FileHandle::readDataToEndOfFile()
 void FileHandle::writeData(std::span<const std::uint8_t> data)
 {
     requireOpen();
+    if (!edits_ && mode_ != Mode::Reading) {
+        // Nothing inserted or cut yet: the bytes land where they would, so a
+        // file written from start to end streams rather than gathers.
+        writeFully(fd_, position_, data.data(), data.size());
+        position_ += static_cast<std::int64_t>(data.size());
+        return;
+    }
     pendingEdits().write(position_, data);
     position_ += static_cast<std::int64_t>(data.size());
     writeLimitedPendingEdits();

@@ -2,8 +2,10 @@
 // uses. Every I/O failure throws FileError; nothing is reported as success
 // after a failed read, write or truncate.
 //
-// Writes, cuts and gaps opened or closed (insertBytes / removeBytes) do not
-// reach the file at once: the handle keeps them pending (PendingEdits), every
+// Cuts and gaps opened or closed (insertBytes / removeBytes), and every write
+// after the first of them, do not reach the file at once (writes before it
+// go straight to the file, so a file written from start to end streams): the
+// handle keeps them pending (PendingEdits), every
 // read sees them, and the file is rewritten once, moving each range of it at
 // most once through a fixed buffer, when the handle is closed or
 // writePendingEdits() is called. So an editor that inserts a hundred times
