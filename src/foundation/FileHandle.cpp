@@ -141,8 +141,7 @@ void FileHandle::writeData(std::span<const std::uint8_t> data)
 {
     requireOpen();
     if (!edits_ && mode_ != Mode::Reading) {
-        // Nothing inserted or cut yet: the bytes land where they would, so a
-        // file written from start to end streams rather than gathers.
+        // Nothing pending: the bytes land where they would have landed.
         writeFully(fd_, position_, data.data(), data.size());
         position_ += static_cast<std::int64_t>(data.size());
         return;
