@@ -4,14 +4,14 @@
 //
 // Cuts and gaps opened or closed (insertBytes / removeBytes), and the writes
 // made while any is pending, do not reach the file at once: the handle keeps
-// them pending (PendingEdits), every read sees them, and the file is rewritten once, moving each range of it at
-// most once through a fixed buffer, when the handle is closed or
-// writePendingEdits() is called. So an editor that inserts a hundred times
-// moves the media data once, and memory holds only the bytes it inserted.
-// Writes while nothing is pending go straight to the file, so a file written
-// from start to end streams.
-// Copying a file streams through the same fixed buffer. Both report the
-// bytes moved so far to the progress sink, once a buffer.
+// them pending (PendingEdits), every read sees them, and the file is rewritten
+// once, moving each range of it at most once through a fixed buffer, when the
+// handle is closed or writePendingEdits() is called. So an editor that
+// inserts a hundred times moves the media data once, and memory holds only
+// the bytes it inserted. Writes while nothing is pending go straight to the
+// file, so a file written from start to end streams. Copying a file streams
+// through the same fixed buffer. Both report the bytes moved so far to the
+// progress sink, once a buffer.
 #pragma once
 
 #include <cstdint>
