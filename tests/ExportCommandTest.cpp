@@ -2,6 +2,7 @@
 // checked with readers we did not write, and bad input refused before any
 // work starts.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <functional>
 
@@ -118,6 +119,18 @@ std::string transitionsWith(const std::string& secondTime, const std::string& se
            R"(", "linkURL": {"title": "Reading", "url": ")" + url + R"("}}])";
 }
 
+// A folder nobody can make files in: without write permission, and for root
+// (who ignores permissions) immutable as well.
+void setLocked(const std::filesystem::path& folder, bool locked)
+{
+    if (locked)
+        std::filesystem::permissions(folder, std::filesystem::perms::owner_write,
+                                     std::filesystem::perm_options::remove);
+    if (geteuid() == 0) runCommand(std::string("chattr ") + (locked ? "+i " : "-i ") + shellQuote(folder));
+    if (!locked)
+        std::filesystem::permissions(folder, std::filesystem::perms::owner_write, std::filesystem::perm_options::add);
+}
+
 // Every refusal and every failure: the message says what is wrong, and
 // nothing of the user's is lost: not the file already at the destination,
 // not the recording, not the pictures.
@@ -173,6 +186,14 @@ TEST(ExportCommand, RefusesOrFailsWithAClearMessageAndLosesNothing)
         {"recording of 3 GiB",
          [](LectureFolder& l, auto&) { std::filesystem::resize_file(l.recording, std::uintmax_t{3} << 30); }, 2,
          "2 GiB"},
+        {"output folder locked",
+         [](LectureFolder& l, auto& output) {
+             output = l.folder.path() / "locked" / "out.m4b";
+             std::filesystem::create_directories(output.parent_path());
+             writeText(output, "the lecture published last week");
+             setLocked(output.parent_path(), true);
+         },
+         2, "locked cannot be written to"},
         {"unknown format", [](LectureFolder&, auto&) {}, 2, "format \".avi\"", " --format .avi"},
         // Writes past 16 KiB fail as they would on a full disk.
         {"disk full while editing", [](LectureFolder&, auto&) {}, 1, "was left as it was", "",
@@ -201,6 +222,7 @@ TEST(ExportCommand, RefusesOrFailsWithAClearMessageAndLosesNothing)
             EXPECT_EQ(test::readFile(lecture.recording), recording) << c.name;
         }
         EXPECT_EQ(test::readFile(lecture.folder.path() / "slides" / "one.png"), picture) << c.name;
+        if (output.parent_path().filename() == "locked") setLocked(output.parent_path(), false);
     }
 }
 

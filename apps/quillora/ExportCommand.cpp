@@ -37,6 +37,7 @@ std::string prepareScratch(const std::optional<std::filesystem::path>& requested
         if (!std::filesystem::is_directory(folder)) {
             throw InputError(fmt::format("The scratch folder {} cannot be made", folder.string()));
         }
+        checkFolderIsWritable(folder, "scratch folder");
     } else {
         std::string pattern = (std::filesystem::temp_directory_path() / "quillora-XXXXXX").string();
         if (!mkdtemp(pattern.data())) throw InputError("No scratch folder can be made in the temporary folder");
@@ -113,6 +114,7 @@ std::filesystem::path checkDestination(const std::filesystem::path& output, cons
     if (std::filesystem::is_directory(destination)) {
         throw InputError(fmt::format("The output {} is a folder", destination.string()));
     }
+    checkFolderIsWritable(folder, "output folder");
     checkOutputIsNoInput(destination, checked.inputs);
     checkOutputExtension(destination, checked.format);
     checkFreeSpace(checked.context.tempProcessingFolderPath, folder, checked.inputBytes);

@@ -1,11 +1,16 @@
 #include "InputChecks.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <limits>
 #include <vips/vips8>
 
@@ -211,6 +216,26 @@ void checkOutputIsNoInput(const std::filesystem::path& output, const std::vector
             throw InputError(fmt::format("The output {} is one of the export's inputs ({}); choose another file",
                                          output.string(), input.string()));
         }
+    }
+}
+
+void checkFolderIsWritable(const std::filesystem::path& folder, std::string_view what)
+{
+    // An unnamed file tries the write itself (a read-only disk, an immutable
+    // folder, permissions) and leaves nothing behind; where the file system
+    // has no unnamed files, the permissions have to do.
+    int error = 0;
+    if (const int fd = ::open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600); fd >= 0) {
+        ::close(fd);
+        return;
+    } else if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) {
+        error = errno;
+    } else if (::access(folder.c_str(), W_OK | X_OK) != 0) {
+        error = errno;
+    }
+    if (error != 0) {
+        throw InputError(
+            fmt::format("The {} {} cannot be written to: {}", what, folder.string(), std::strerror(error)));
     }
 }
 

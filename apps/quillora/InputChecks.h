@@ -41,6 +41,10 @@ void checkOutputExtension(const std::filesystem::path& output, const std::string
 // link or another spelling of the same path is caught too).
 void checkOutputIsNoInput(const std::filesystem::path& output, const std::vector<std::filesystem::path>& inputs);
 
+// A file can be made in the folder (what names it in the message: "output
+// folder", "scratch folder").
+void checkFolderIsWritable(const std::filesystem::path& folder, std::string_view what);
+
 // Room for the working copy and the result in the scratch folder, and for
 // the result beside the destination.
 void checkFreeSpace(const std::filesystem::path& scratch, const std::filesystem::path& destinationFolder,
