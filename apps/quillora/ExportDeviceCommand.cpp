@@ -34,6 +34,7 @@ std::filesystem::path checkOutput(const std::filesystem::path& movie, const std:
     if (std::filesystem::is_directory(destination)) {
         throw InputError(fmt::format("The output {} is a folder", destination.string()));
     }
+    checkFolderIsWritable(destination.parent_path(), "output folder");
     checkOutputIsNoInput(destination, {movie});
     return destination;
 }
