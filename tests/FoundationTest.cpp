@@ -82,6 +82,18 @@ TEST(PropertyList, RoundTripsXmlAndReadsJsonAndBinary)
                           0x0D, 0,   0,   0,   0,   0,   0,   1,   1,    0,    0,    0,    0,   0,    0,    0,    3,
                           0,    0,   0,   0,   0,   0,   0,   0,   0,    0,    0,    0,    0,   0,    0,    0x0F};
     EXPECT_EQ(propertyListFromBytes(binary), Value::dictionary({{"a", 1}}));
+
+    // NUL characters in a string or a key, which the library would abort on:
+    // raw in XML, and as UTF-16 in a binary key ({"\0é": 1}).
+    using namespace std::string_literals;
+    for (const std::string& text : {"<plist version=\"1.0\"><string>a\0b</string></plist>"s,
+                                    "<plist version=\"1.0\"><dict><key>k</key><string>\0</string></dict></plist>"s}) {
+        EXPECT_THROW(propertyListFromBytes(Bytes(text.begin(), text.end())), FormatError) << text;
+    }
+    const Bytes nulKey = {'b',  'p',  'l',  'i', 's', 't', '0', '0', 0xD1, 0x01, 0x02, 0x62, 0, 0, 0, 0xE9, 0x10, 0x01,
+                          0x08, 0x0B, 0x10, 0,   0,   0,   0,   0,   0,    1,    1,    0,    0, 0, 0, 0,    0,    0,
+                          3,    0,    0,    0,   0,   0,   0,   0,   0,    0,    0,    0,    0, 0, 0, 0,    0x12};
+    EXPECT_THROW(propertyListFromBytes(nulKey), FormatError);
 }
 
 TEST(UserDefaults, ReadsEitherFormAndAnswersMissingKeysWithDefaults)

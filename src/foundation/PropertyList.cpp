@@ -2,6 +2,7 @@
 
 #include <plist/plist.h>
 
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -20,9 +21,42 @@ constexpr int kMaximumNesting = 256;
 // Seconds between 1970 and the property list epoch, 2001-01-01.
 constexpr std::int64_t kPlistEpochOffset = 978307200;
 
-Value valueFromPlistNode(plist_t node, int depth)
+// Walks the tree without reading any value, so the nesting is known before
+// anything recursive (the conversion below, the XML writer) runs over it.
+void checkNesting(plist_t node, int depth)
 {
     if (depth > kMaximumNesting) throw FormatError("property list nested too deeply");
+    if (plist_get_node_type(node) == PLIST_ARRAY) {
+        const std::uint32_t count = plist_array_get_size(node);
+        for (std::uint32_t i = 0; i < count; ++i) checkNesting(plist_array_get_item(node, i), depth + 1);
+    } else if (plist_get_node_type(node) == PLIST_DICT) {
+        plist_dict_iter it = nullptr;
+        plist_dict_new_iter(node, &it);
+        for (;;) {
+            plist_t item = nullptr;
+            plist_dict_next_item(node, it, nullptr, &item);
+            if (!item) break;
+            checkNesting(item, depth + 1);
+        }
+        std::free(it);
+    }
+}
+
+// The library aborts the process when asked for a string or key holding a
+// NUL character; its XML form shows them without harm.
+void checkNoNulCharacters(plist_t root)
+{
+    char* xml = nullptr;
+    std::uint32_t length = 0;
+    plist_to_xml(root, &xml, &length);
+    const bool nul = xml && std::memchr(xml, 0, length) != nullptr;
+    plist_to_xml_free(xml);
+    if (nul) throw FormatError("a string or key of the property list holds a NUL character");
+}
+
+// Once the tree is known to be shallow enough and free of NUL characters.
+Value valueFromPlistNode(plist_t node)
+{
     switch (plist_get_node_type(node)) {
     case PLIST_BOOLEAN: {
         std::uint8_t b = 0;
@@ -63,8 +97,7 @@ Value valueFromPlistNode(plist_t node, int depth)
     case PLIST_ARRAY: {
         Array items;
         std::uint32_t count = plist_array_get_size(node);
-        for (std::uint32_t i = 0; i < count; ++i)
-            items.push_back(valueFromPlistNode(plist_array_get_item(node, i), depth + 1));
+        for (std::uint32_t i = 0; i < count; ++i) items.push_back(valueFromPlistNode(plist_array_get_item(node, i)));
         return Value::array(std::move(items));
     }
     case PLIST_DICT: {
@@ -78,7 +111,7 @@ Value valueFromPlistNode(plist_t node, int depth)
             if (!key) break;
             std::string name = key;
             std::free(key);
-            dict->set(std::move(name), valueFromPlistNode(item, depth + 1));
+            dict->set(std::move(name), valueFromPlistNode(item));
         }
         std::free(it);
         return Value(dict);
@@ -202,7 +235,9 @@ Value propertyListFromBytes(const Bytes& data)
     }
     if (!root) throw FormatError("not a property list");
     PlistPtr owner(root, plist_free);
-    return valueFromPlistNode(root, 0);
+    checkNesting(root, 0);
+    checkNoNulCharacters(root);
+    return valueFromPlistNode(root);
 }
 
 std::string xmlPropertyListFromValue(const Value& value)
