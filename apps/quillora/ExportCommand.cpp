@@ -188,6 +188,7 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
         err << "quillora: the QuickTime plug-in module was not found";
         for (const auto& problem : search.problems) err << "\n  " << problem;
         err << "\n";
+        removeOurScratch();
         return kExitFailed;
     }
 
@@ -221,6 +222,7 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
         const int status = runToolPipelineExport(*plugin, checked.params, staged, err);
         if (status == kExitRefused) {
             NotificationCenter::defaultCenter().removeObserver(observation);
+            removeOurScratch();
             return status;
         }
         if (status == kExitSuccess) completedPath = staged;
@@ -237,6 +239,7 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
 
     if (!result) {
         out << "Nothing was exported.\n";
+        if (!options.keepScratch) removeOurScratch();
         return options.output ? kExitFailed : kExitSuccess;
     }
     auto keptFailure = [&] {
