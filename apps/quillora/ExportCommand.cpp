@@ -106,18 +106,9 @@ struct CheckedExport {
 
 std::filesystem::path checkDestination(const std::filesystem::path& output, const CheckedExport& checked)
 {
-    const auto destination = std::filesystem::absolute(output);
-    const auto folder = destination.parent_path();
-    if (!std::filesystem::is_directory(folder)) {
-        throw InputError(fmt::format("The output folder {} does not exist", folder.string()));
-    }
-    if (std::filesystem::is_directory(destination)) {
-        throw InputError(fmt::format("The output {} is a folder", destination.string()));
-    }
-    checkFolderIsWritable(folder, "output folder");
-    checkOutputIsNoInput(destination, checked.inputs);
+    const auto destination = checkOutputPlace(output, checked.inputs);
     checkOutputExtension(destination, checked.format);
-    checkFreeSpace(checked.context.tempProcessingFolderPath, folder, checked.inputBytes);
+    checkFreeSpace(checked.context.tempProcessingFolderPath, destination.parent_path(), checked.inputBytes);
     return destination;
 }
 

@@ -3,8 +3,6 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cctype>
 #include <ostream>
 
 #include "ExportCommand.h"
@@ -23,20 +21,10 @@ namespace {
 // answers the absolute output.
 std::filesystem::path checkOutput(const std::filesystem::path& movie, const std::filesystem::path& output)
 {
-    const auto destination = std::filesystem::absolute(output);
-    std::string extension = destination.extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    if (extension != ".m4v") throw InputError(fmt::format("The output {} does not end in .m4v", output.string()));
-    if (!std::filesystem::is_directory(destination.parent_path())) {
-        throw InputError(fmt::format("The output folder {} does not exist", destination.parent_path().string()));
+    if (lowercaseExtension(output) != ".m4v") {
+        throw InputError(fmt::format("The output {} does not end in .m4v", output.string()));
     }
-    if (std::filesystem::is_directory(destination)) {
-        throw InputError(fmt::format("The output {} is a folder", destination.string()));
-    }
-    checkFolderIsWritable(destination.parent_path(), "output folder");
-    checkOutputIsNoInput(destination, {movie});
-    return destination;
+    return checkOutputPlace(output, {movie});
 }
 
 }  // namespace

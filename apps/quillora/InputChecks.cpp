@@ -198,7 +198,7 @@ void checkOutputExtension(const std::filesystem::path& output, const std::string
 {
     for (const auto& entry : formatExtensions()) {
         if (format != entry.format) continue;
-        const std::string extension = lowercase(output.extension().string());
+        const std::string extension = lowercaseExtension(output);
         if (std::find(entry.extensions.begin(), entry.extensions.end(), extension) != entry.extensions.end()) return;
         throw InputError(fmt::format("The output {} does not end in {}, the extension{} a {} file takes",
                                      output.string(), fmt::join(entry.extensions, ", "),
@@ -207,16 +207,32 @@ void checkOutputExtension(const std::filesystem::path& output, const std::string
     checkFormat(format);
 }
 
-void checkOutputIsNoInput(const std::filesystem::path& output, const std::vector<std::filesystem::path>& inputs)
+std::string lowercaseExtension(const std::filesystem::path& path)
 {
+    return lowercase(path.extension().string());
+}
+
+std::filesystem::path checkOutputPlace(const std::filesystem::path& output,
+                                       const std::vector<std::filesystem::path>& inputs)
+{
+    const auto destination = std::filesystem::absolute(output);
+    const auto folder = destination.parent_path();
+    if (!std::filesystem::is_directory(folder)) {
+        throw InputError(fmt::format("The output folder {} does not exist", folder.string()));
+    }
+    if (std::filesystem::is_directory(destination)) {
+        throw InputError(fmt::format("The output {} is a folder", destination.string()));
+    }
+    checkFolderIsWritable(folder, "output folder");
     std::error_code error;
-    if (!std::filesystem::exists(output, error)) return;
+    if (!std::filesystem::exists(destination, error)) return destination;
     for (const auto& input : inputs) {
-        if (std::filesystem::equivalent(output, input, error)) {
+        if (std::filesystem::equivalent(destination, input, error)) {
             throw InputError(fmt::format("The output {} is one of the export's inputs ({}); choose another file",
-                                         output.string(), input.string()));
+                                         destination.string(), input.string()));
         }
     }
+    return destination;
 }
 
 void checkFolderIsWritable(const std::filesystem::path& folder, std::string_view what)

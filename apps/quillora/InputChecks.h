@@ -37,9 +37,14 @@ bool isFormatName(const std::string& format);
 void checkFormat(const std::string& format);
 void checkOutputExtension(const std::filesystem::path& output, const std::string& format);
 
-// The output must not be one of the export's inputs (by file identity, so a
-// link or another spelling of the same path is caught too).
-void checkOutputIsNoInput(const std::filesystem::path& output, const std::vector<std::filesystem::path>& inputs);
+// The output as an absolute path: in a folder that exists and takes new
+// files, not a folder itself, and not one of the inputs (by file identity,
+// so a link or another spelling of the same path is caught too).
+std::filesystem::path checkOutputPlace(const std::filesystem::path& output,
+                                       const std::vector<std::filesystem::path>& inputs);
+
+// The extension in lower case, with its dot.
+std::string lowercaseExtension(const std::filesystem::path& path);
 
 // A file can be made in the folder (what names it in the message: "output
 // folder", "scratch folder").
