@@ -137,9 +137,16 @@ Bytes utf16BigEndian(std::string_view text, bool byteOrderMark)
     return writer.take();
 }
 
+// Counted from the bytes: one unit per code point, two for those beyond the
+// basic plane (four-byte sequences), without building the text.
 std::size_t utf16Length(std::string_view text)
 {
-    return utf16BigEndian(text, false).size() / 2;
+    std::size_t units = 0;
+    for (unsigned char byte : text) {
+        if ((byte & 0xC0) != 0x80) ++units;
+        if ((byte & 0xF8) == 0xF0) ++units;
+    }
+    return units;
 }
 
 }  // namespace quillora
