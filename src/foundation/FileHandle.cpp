@@ -197,8 +197,9 @@ void FileHandle::writeLimitedPendingEdits()
     if (edits_ && edits_->bytesInMemory() > 4 * pendingLimit_) writePendingEdits();
 }
 
-// Moves length bytes within the file; the blocks go in the order that never
-// overwrites bytes still to be read.
+// Moves length bytes within the file, or copies them from another; within
+// the file the blocks go in the order that never overwrites bytes still to
+// be read.
 void FileHandle::copyRange(int from, std::int64_t fromOffset, std::int64_t to, std::int64_t length,
                            std::vector<std::uint8_t>& buffer)
 {
@@ -327,13 +328,7 @@ void FileHandle::copyFile(const std::filesystem::path& from, const std::filesyst
     const std::int64_t total = source.length();
     std::vector<std::uint8_t> buffer(
         std::max<std::int64_t>(1, std::min<std::int64_t>(static_cast<std::int64_t>(bufferSize), total)));
-    for (std::int64_t done = 0; done < total;) {
-        auto block = std::min<std::int64_t>(static_cast<std::int64_t>(buffer.size()), total - done);
-        source.readFully(source.fd_, done, buffer.data(), static_cast<std::size_t>(block));
-        target.writeFully(target.fd_, done, buffer.data(), static_cast<std::size_t>(block));
-        done += block;
-        reportProgress(ProgressUnit::bytes, done, total);
-    }
+    target.copyRange(source.fd_, 0, 0, total, buffer);
     target.closeFile();
 }
 

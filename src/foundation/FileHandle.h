@@ -50,7 +50,7 @@ public:
 
     static FileHandle forReading(const std::filesystem::path& path) { return FileHandle(path, Mode::Reading); }
     static FileHandle forUpdating(const std::filesystem::path& path) { return FileHandle(path, Mode::Updating); }
-    // Copies the file to a new one at `to` (never over an existing file).
+    // Copies the file to `to`, made anew (an existing file there is emptied first).
     static void copyFile(const std::filesystem::path& from, const std::filesystem::path& to,
                          std::size_t bufferSize = kDefaultMoveBufferSize);
     FileHandle(FileHandle&& other) noexcept;
