@@ -36,9 +36,8 @@ constexpr std::uint32_t kSignedIntegerData = 21;
 std::optional<AtomNode> descend(const AtomTree& tree, AtomNode node, std::initializer_list<std::uint32_t> path)
 {
     for (std::uint32_t type : path) {
-        const auto children = tree.childrenOf(node);
-        auto found = std::find_if(children.begin(), children.end(), [type](const auto& c) { return c.type == type; });
-        if (found == children.end()) return std::nullopt;
+        const auto found = tree.childOfType(node, type);
+        if (!found) return std::nullopt;
         node = *found;
     }
     return node;

@@ -141,6 +141,7 @@ void readMedia(FileHandle& file, const AtomTree& tree, const AtomNode& mdia, Med
 {
     std::uint64_t duration = 0;
     for (const auto& child : tree.childrenOf(mdia)) {
+        if (child.type != atom::mdhd && child.type != atom::hdlr) continue;  // not the whole media information
         const Bytes payload = readAtomPayload(file, child);
         if (child.type == atom::mdhd) readTimes(payload, media.timeScale, duration, &media.language);
         if (child.type == atom::hdlr && payload.size() >= 12) media.type = readU32BE(payload.data() + 8);

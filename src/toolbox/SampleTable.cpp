@@ -12,14 +12,6 @@ namespace quillora::toolbox {
 
 namespace {
 
-std::optional<AtomNode> childOfType(const AtomTree& tree, const AtomNode& parent, std::uint32_t type)
-{
-    for (const auto& child : tree.childrenOf(parent)) {
-        if (child.type == type) return child;
-    }
-    return std::nullopt;
-}
-
 // A full atom's payload after its version and flags, positioned at its entry count.
 ByteReader tableReader(const Bytes& payload)
 {
@@ -90,27 +82,25 @@ Bytes readAtomPayload(FileHandle& file, const AtomNode& node)
 
 std::uint32_t sampleCount(FileHandle& file, const AtomTree& tree, const AtomNode& stbl)
 {
-    auto stsz = childOfType(tree, stbl, atom::stsz);
-    if (!stsz) return 0;
-    try {
-        const Bytes payload = readAtomPayload(file, *stsz);
-        ByteReader reader = tableReader(payload);
-        reader.skip(4);
-        return reader.getU32BE();
-    } catch (const std::out_of_range&) {
-        return 0;
-    }
+    // Version and flags, the common sample size, then the count: the table
+    // itself is not read.
+    constexpr std::int64_t kCountAt = 8 + 4 + 4;
+    auto stsz = tree.childOfType(stbl, atom::stsz);
+    if (!stsz || stsz->size < kCountAt + 4) return 0;
+    file.seekToFileOffset(stsz->offset + kCountAt);
+    const Bytes count = file.readDataOfLength(4);
+    return count.size() == 4 ? readU32BE(count.data()) : 0;
 }
 
 void forEachSampleLocation(FileHandle& file, const AtomTree& tree, const AtomNode& stbl,
                            std::vector<std::string>& problems, std::uint32_t maximum,
                            const std::function<void(const SampleLocation&)>& visit)
 {
-    auto stsz = childOfType(tree, stbl, atom::stsz);
-    auto stsc = childOfType(tree, stbl, atom::stsc);
-    auto stts = childOfType(tree, stbl, atom::stts);
-    auto stco = childOfType(tree, stbl, atom::stco);
-    auto co64 = childOfType(tree, stbl, atom::co64);
+    auto stsz = tree.childOfType(stbl, atom::stsz);
+    auto stsc = tree.childOfType(stbl, atom::stsc);
+    auto stts = tree.childOfType(stbl, atom::stts);
+    auto stco = tree.childOfType(stbl, atom::stco);
+    auto co64 = tree.childOfType(stbl, atom::co64);
     if (!stsz || !stsc || !stts || !(stco || co64)) {
         problems.push_back(fmt::format("the sample table at offset {} is incomplete", stbl.offset));
         return;
