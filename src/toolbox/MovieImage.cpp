@@ -45,6 +45,7 @@ std::optional<Bytes> encode(const std::filesystem::path& picture, std::uint32_t 
         return Bytes(bytes, bytes + length);
     } catch (const vips::VError& error) {
         logf("Cannot add the picture {} to the movie: {}", picture.string(), error.what());
+        vips_error_clear();  // the library's message buffer would otherwise carry this into the next error
         return std::nullopt;
     }
 }
