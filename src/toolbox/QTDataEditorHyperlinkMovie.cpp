@@ -11,6 +11,7 @@
 #include "toolbox/TextMedia.h"
 #include "toolbox/Toolbox.h"
 #include "tracks/ColorData.h"
+#include "tracks/TextSamples.h"
 
 namespace quillora {
 
@@ -228,11 +229,8 @@ bool QTDataEditor::addTextTrackWithHyperLinks(const Value& transitions, const Va
         auto [text, encoding] = encodedTitle(title);
         if (text.size() > kMaximumTextLength) text.resize(kMaximumTextLength);
 
-        ByteWriter bytes(text.size() + 14);
-        bytes.putU16BE(static_cast<std::uint16_t>(text.size())).putBytes(text);
-        bytes.putU32BE(12).putFourCC(kTextEncodingSelector).putU32BE(encoding);
-        Handle sample = NewHandleClear(bytes.size());
-        std::memcpy(sample->bytes.data(), bytes.bytes().data(), bytes.size());
+        Handle sample = NewHandle(0);
+        sample->bytes = textSample(text, encoding);
 
         if (const auto url = link ? link->stringForKey("url") : std::nullopt) {
             Handle container;

@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "foundation/FourCC.h"
+#include "tracks/TextSamples.h"
 
 namespace quillora::toolbox {
 
@@ -82,14 +83,8 @@ OSErr TextMediaAddTextSample(MediaHandler handler, const void* text, std::size_t
                                                    textBox ? *textBox : Rect{}, fontNumber, textFace, fontSize,
                                                    textColor ? *textColor : kBlack);
 
-    ByteWriter sample(size + 14);
-    sample.putU16BE(static_cast<std::uint16_t>(size));
-    if (size > 0) sample.putBytes(std::span(static_cast<const std::uint8_t*>(text), size));
-    if (handler->textEncoding) {
-        sample.putU32BE(12).putFourCC(kTextEncodingSelector).putU32BE(*handler->textEncoding);
-    }
     auto data = NewHandle(0);
-    data->bytes = sample.take();
+    data->bytes = textSample(std::span(static_cast<const std::uint8_t*>(text), size), handler->textEncoding);
     auto descriptionHandle = NewHandle(0);
     descriptionHandle->bytes = description;
     return AddMediaSample(handler, data, 0, data->bytes.size(), duration, descriptionHandle, 1, 0, sampleTime);

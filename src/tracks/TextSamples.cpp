@@ -31,12 +31,17 @@ ChapterTitle chapterTitle(const Value& transition, std::int64_t position)
     return {fmt::format("Chapter {}", position), false};
 }
 
+Bytes textSample(std::span<const std::uint8_t> text, std::optional<std::uint32_t> encoding)
+{
+    ByteWriter w(text.size() + 14);
+    w.putU16BE(static_cast<std::uint16_t>(text.size())).putBytes(text);
+    if (encoding) w.putU32BE(12).putFourCC(fourCC("encd")).putU32BE(*encoding);
+    return w.take();
+}
+
 Bytes chapterSample(std::string_view name)
 {
-    ByteWriter w(name.size() + 14);
-    putLengthAndText(w, name);
-    w.putU32BE(12).putFourCC(fourCC("encd")).putU32BE(kTextEncodingUTF8);
-    return w.take();
+    return textSample(std::span(reinterpret_cast<const std::uint8_t*>(name.data()), name.size()), kTextEncodingUTF8);
 }
 
 Bytes linkSample(std::string_view title, std::string_view url)
@@ -53,9 +58,8 @@ Bytes linkSample(std::string_view title, std::string_view url)
 
 Bytes notesSample(std::string_view asciiText)
 {
-    ByteWriter w(asciiText.size() + 2);
-    putLengthAndText(w, asciiText);
-    return w.take();
+    return textSample(std::span(reinterpret_cast<const std::uint8_t*>(asciiText.data()), asciiText.size()),
+                      std::nullopt);
 }
 
 std::string asciiOrEmpty(std::string_view text)

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -19,7 +21,11 @@ struct ChapterTitle {
 // when that is missing or blank.
 ChapterTitle chapterTitle(const Value& transition, std::int64_t position);
 
-// Length (16 bits), the UTF-8 name, then an 'encd' atom.
+// Length (16 bits) and the text, then an 'encd' atom naming the encoding
+// when there is one. The text must fit the 16-bit length.
+Bytes textSample(std::span<const std::uint8_t> text, std::optional<std::uint32_t> encoding);
+
+// A text sample of the UTF-8 name with its 'encd' atom.
 Bytes chapterSample(std::string_view name);
 // Length, the UTF-8 title, then an 'href' atom whose end character is the
 // URL's byte length and whose URL length byte is that length modulo 256.
