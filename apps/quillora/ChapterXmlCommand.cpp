@@ -7,7 +7,6 @@
 #include "ExportInputs.h"
 #include "InputChecks.h"
 #include "QuickTimePlugin/QuickTimePlugin.h"
-#include "foundation/PropertyList.h"
 
 namespace quillora::app {
 
@@ -18,12 +17,7 @@ namespace {
 // says so.
 Value readChapterTransitions(const std::filesystem::path& path)
 {
-    Value transitions;
-    try {
-        transitions = readValueFile(path);
-    } catch (const std::exception& failure) {
-        throw InputError(fmt::format("The transitions file {} cannot be read: {}", path.string(), failure.what()));
-    }
+    Value transitions = readInputFile(path, "The transitions file");
     auto records = transitions.asArray();
     if (!records) throw InputError(fmt::format("{}: expected an array of transitions", path.string()));
     for (std::size_t i = 0; i < records->size(); ++i) {

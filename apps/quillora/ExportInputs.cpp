@@ -14,17 +14,6 @@ namespace {
 // Longer titles are left out of messages rather than fill the terminal.
 constexpr std::size_t kLongestTitleShown = 80;
 
-Value readFile(const std::filesystem::path& path, std::string_view what)
-{
-    if (!std::filesystem::is_regular_file(path))
-        throw InputError(fmt::format("{} {} does not exist", what, path.string()));
-    try {
-        return readValueFile(path);
-    } catch (const std::exception& failure) {
-        throw InputError(fmt::format("{} {} cannot be read: {}", what, path.string(), failure.what()));
-    }
-}
-
 std::filesystem::path copyPicture(const std::filesystem::path& source, const std::filesystem::path& folder,
                                   std::size_t index)
 {
@@ -36,10 +25,21 @@ std::filesystem::path copyPicture(const std::filesystem::path& source, const std
 
 }  // namespace
 
+Value readInputFile(const std::filesystem::path& path, std::string_view what)
+{
+    if (!std::filesystem::is_regular_file(path))
+        throw InputError(fmt::format("{} {} does not exist", what, path.string()));
+    try {
+        return readValueFile(path);
+    } catch (const std::exception& failure) {
+        throw InputError(fmt::format("{} {} cannot be read: {}", what, path.string(), failure.what()));
+    }
+}
+
 Transitions readTransitions(const std::filesystem::path& path, const std::filesystem::path& pictureFolder,
                             std::uint64_t recordingDuration)
 {
-    Value transitions = readFile(path, "The transitions file");
+    Value transitions = readInputFile(path, "The transitions file");
     auto records = transitions.asArray();
     if (!records) throw InputError(fmt::format("{}: expected an array of transitions", path.string()));
     const auto base = path.parent_path();
@@ -71,7 +71,7 @@ Transitions readTransitions(const std::filesystem::path& path, const std::filesy
 
 Value readTags(const std::filesystem::path& path)
 {
-    Value tags = readFile(path, "The tags file");
+    Value tags = readInputFile(path, "The tags file");
     auto entries = tags.asDictionary();
     if (!entries) throw InputError(fmt::format("{}: expected a dictionary of tags", path.string()));
     for (const auto& [key, value] : *entries) {
@@ -82,7 +82,7 @@ Value readTags(const std::filesystem::path& path)
 
 UserDefaults readDefaults(const std::filesystem::path& path)
 {
-    Value values = readFile(path, "The defaults file");
+    Value values = readInputFile(path, "The defaults file");
     auto entries = values.asDictionary();
     if (!entries) throw InputError(fmt::format("{}: expected a dictionary of preferences", path.string()));
     for (const char* key : {"textTrackFontColor", "textTrackBackgroundColor"}) {

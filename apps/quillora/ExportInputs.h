@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "foundation/UserDefaults.h"
@@ -17,6 +18,10 @@ class InputError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
+
+// A JSON or property-list file; what names it in the messages ("The tags
+// file") when it is missing or cannot be read.
+Value readInputFile(const std::filesystem::path& path, std::string_view what);
 
 // An array of transition records (JSON or property list), each checked as
 // InputChecks says: times that increase within the recording, texts a
