@@ -4,6 +4,7 @@
 
 #include <ostream>
 
+#include "ExitStatus.h"
 #include "ExportInputs.h"
 #include "InputChecks.h"
 #include "QuickTimePlugin/QuickTimePlugin.h"
@@ -47,12 +48,12 @@ int runChapterXmlCommand(const ChapterXmlOptions& options, std::ostream& out, st
         UserDefaults::setStandardUserDefaults(options.defaults ? readDefaults(*options.defaults) : UserDefaults());
     } catch (const InputError& failure) {
         err << "quillora: " << failure.what() << "\n";
-        return 2;
+        return kExitRefused;
     }
     context.userInterface = &userInterface;
     QuickTimePlugin plugin(std::move(context));
     plugin.generateXML()->save(out, "    ", pugi::format_default, pugi::encoding_utf8);
-    return 0;
+    return kExitSuccess;
 }
 
 }  // namespace quillora::app

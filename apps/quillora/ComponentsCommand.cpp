@@ -4,7 +4,7 @@
 
 #include <ostream>
 
-#include "ExportCommand.h"
+#include "ExitStatus.h"
 #include "QTDataEditor.h"
 #include "foundation/FourCC.h"
 

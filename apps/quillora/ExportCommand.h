@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "ExitStatus.h"
+
 namespace quillora::app {
 
 struct ExportOptions {
@@ -23,11 +25,6 @@ struct ExportOptions {
     std::vector<std::filesystem::path> pluginFolders;
     std::string pipeline = "in-place";  // or "tools"
 };
-
-// The exit statuses of quillora's commands.
-inline constexpr int kExitSuccess = 0;
-inline constexpr int kExitFailed = 1;   // the export (or the file read) failed
-inline constexpr int kExitRefused = 2;  // bad usage or an input refused before any work
 
 // Exports a recording through the QuickTime plug-in module; returns the
 // process exit status.

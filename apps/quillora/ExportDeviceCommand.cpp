@@ -5,7 +5,7 @@
 
 #include <ostream>
 
-#include "ExportCommand.h"
+#include "ExitStatus.h"
 #include "ExportInputs.h"
 #include "InputChecks.h"
 #include "QTDataEditor.h"

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <ostream>
 
+#include "ExitStatus.h"
 #include "QuickTimePlugin/QuickTimePlugin.h"
 #include "foundation/RunLoop.h"
 
@@ -29,13 +30,13 @@ int runToolPipelineExport(quilloraPlugin& plugin, const Value& params, const std
     auto* quickTime = dynamic_cast<QuickTimePlugin*>(&plugin);
     if (!quickTime) {
         err << "quillora: the loaded plug-in has no external-tool pipeline\n";
-        return 1;
+        return kExitFailed;
     }
     for (const char* tool : {"ChapterTool", "AtomicParsley"}) {
         if (plugin.pathForAuxiliaryExecutable(tool).empty()) {
             err << "quillora: " << tool << " is neither in " << auxiliaryToolsFolder()
                 << " nor on the PATH (AtomicParsley is Debian's atomicparsley package)\n";
-            return 2;
+            return kExitRefused;
         }
     }
     plugin.setExportParams(params);
@@ -43,16 +44,16 @@ int runToolPipelineExport(quilloraPlugin& plugin, const Value& params, const std
         quickTime->createM4AFile(output);
     } catch (const std::exception& failure) {
         err << "quillora: " << failure.what() << "\n";
-        return 1;
+        return kExitFailed;
     }
     // The tools' reports (a failure among them) come on this thread's loop.
     auto loop = RunLoop::current();
     while (plugin.isExporting() || loop->hasPendingWork()) loop->runOnce(std::chrono::milliseconds(20));
     if (const auto& error = quickTime->saveError()) {
         plugin.userInterface().showAlert(*error, kHelpAnchor);
-        return 1;
+        return kExitFailed;
     }
-    return 0;
+    return kExitSuccess;
 }
 
 }  // namespace quillora::app
