@@ -23,11 +23,11 @@
 #include <vector>
 #include <vips/vips8>
 
-#include "QuickTimePlugin/ImageLibrary.h"
 #include "QuickTimePlugin/ImageResizer.h"
 #include "QuickTimePlugin/TransitionKeys.h"
 #include "foundation/Log.h"
 #include "foundation/UserDefaults.h"
+#include "images/ImageLibrary.h"
 
 extern char** environ;
 

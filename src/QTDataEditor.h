@@ -19,6 +19,7 @@
 #include "foundation/Errors.h"
 #include "foundation/FileHandle.h"
 #include "foundation/Value.h"
+#include "layout/AtomFactory.h"
 
 namespace quillora {
 
@@ -36,7 +37,7 @@ struct AtomLocation {
     friend bool operator==(const AtomLocation&, const AtomLocation&) = default;
 };
 
-class QTDataEditor {
+class QTDataEditor : public AtomFactory {
 public:
     QTDataEditor();
 
@@ -73,7 +74,7 @@ public:
     static std::int32_t getSizeOfAtom(const Bytes& atom);
 
     // --- in-place editing --------------------------------------------------
-    Bytes createAtomOfType(std::uint32_t type, std::span<const std::uint8_t> data);
+    Bytes createAtomOfType(std::uint32_t type, std::span<const std::uint8_t> data) override;
     // Grows the atom at offset by data; returns the offset at which the data
     // now lies (the atom's old end), or -1 when no atom can be read there.
     std::int32_t appendData(std::span<const std::uint8_t> data, std::int32_t atomOffset, FileHandle& file);

@@ -8,7 +8,7 @@
 #include <tuple>
 
 #include "TrackTestSupport.h"
-#include "tracks/ColorData.h"
+#include "layout/ColorData.h"
 
 using namespace quillora;
 using quillora::test::chars;

@@ -5,12 +5,12 @@
 #include <filesystem>
 #include <vips/vips8>
 
-#include "QuickTimePlugin/ImageLibrary.h"
 #include "QuickTimePlugin/ImageResizer.h"
 #include "QuickTimePlugin/TransitionKeys.h"
 #include "TestSupport.h"
 #include "foundation/Log.h"
 #include "foundation/UserDefaults.h"
+#include "images/ImageLibrary.h"
 
 using namespace quillora;
 using vips::VImage;

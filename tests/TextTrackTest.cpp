@@ -6,8 +6,8 @@
 #include "TrackTestSupport.h"
 #include "foundation/FourCC.h"
 #include "foundation/Log.h"
+#include "layout/TextTrackLayout.h"
 #include "toolbox/Movie.h"
-#include "tracks/TextTrackLayout.h"
 
 using namespace quillora;
 using namespace quillora::test;
@@ -20,8 +20,8 @@ constexpr std::uint32_t kOneMinute = 36000;
 Bytes expectedTrak(std::uint32_t flags, std::uint32_t id, std::uint32_t size, std::uint32_t mediaMask,
                    std::uint32_t dataMask, const Bytes& entry, bool sttsFirst)
 {
-    const Bytes gmhd = box(
-        "gmhd", {box("gmin", {u32s({0}), u16s({0x40, 0x8000, 0x8000, 0x8000, 0, 0})}), box("text", {kIdentityMatrix})});
+    const Bytes gmhd = box("gmhd", {box("gmin", {u32s({0}), u16s({0x40, 0x8000, 0x8000, 0x8000, 0, 0})}),
+                                    box("text", {kIdentityMatrixBytes})});
     const Bytes times = stts({600, 35400}), chunks = box("stco", {u32s({0, 2, 1000, 1019})});
     // One minute, least-significant byte first in the media header only.
     return trak(tkhd(flags, id, kOneMinute, size), kOneMinute, Bytes{0xA0, 0x8C, 0x00, 0x00},

@@ -117,7 +117,7 @@ Bytes box(std::string_view type, std::initializer_list<Bytes> parts)
 Bytes tkhd(std::uint32_t flags, std::uint32_t trackID, std::uint32_t duration, std::uint32_t size)
 {
     // Layer, alternate group and volume all come out zero.
-    return box("tkhd", {u32s({flags, 0xC2F2F59A, 0xC2F2F59B, trackID, 0, duration, 0, 0, 0, 0}), kIdentityMatrix,
+    return box("tkhd", {u32s({flags, 0xC2F2F59A, 0xC2F2F59B, trackID, 0, duration, 0, 0, 0, 0}), kIdentityMatrixBytes,
                         u32s({size, size})});
 }
 

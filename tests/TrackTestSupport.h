@@ -42,7 +42,7 @@ Bytes pascal(std::string_view text);  // one length byte
 Bytes join(std::initializer_list<Bytes> parts);
 Bytes box(std::string_view type, std::initializer_list<Bytes> parts);
 
-inline const Bytes kIdentityMatrix = u32s({0x00010000, 0, 0, 0, 0x00010000, 0, 0, 0, 0x40000000});
+inline const Bytes kIdentityMatrixBytes = u32s({0x00010000, 0, 0, 0, 0x00010000, 0, 0, 0, 0x40000000});
 Bytes tkhd(std::uint32_t flags, std::uint32_t trackID, std::uint32_t duration, std::uint32_t size);
 Bytes hdlr(std::string_view type, std::string_view subtype, std::string_view maker, std::uint32_t flags,
            std::uint32_t mask, const Bytes& name);

@@ -11,15 +11,12 @@
 #include "QTDataEditor.h"
 #include "foundation/FileHandle.h"
 #include "foundation/Log.h"
+#include "layout/PodcastTrackIDs.h"
 #include "toolbox/Movie.h"
 
 namespace {
 
 using namespace quillora;
-
-constexpr std::int64_t kChapterTrackID = 2;
-constexpr std::int64_t kPictureTrackID = 3;
-constexpr std::int64_t kLinkTrackID = 4;
 
 void status(const std::string& text)
 {
@@ -55,20 +52,20 @@ void makePodcast(const std::filesystem::path& xml, const std::filesystem::path& 
     FileHandle file(output, FileHandle::Mode::Updating);
     QTDataEditor editor;
     Value parameters = Value::dictionary(
-        {{"duration", static_cast<std::int64_t>(recording->duration())}, {"trackID", kChapterTrackID}});
+        {{"duration", static_cast<std::int64_t>(recording->duration())}, {"trackID", std::int64_t{kChapterTrackID}}});
     const bool any = !transitions.asArray()->empty();
     if (any) {
         status(fmt::format("adding {} chapters", transitions.asArray()->size()));
         if (!editor.addChapters(transitions, file, output.string(), parameters))
             throw std::runtime_error("the chapters could not be added");
         status("adding pictures");
-        parameters.asDictionary()->set("trackID", kPictureTrackID);
+        parameters.asDictionary()->set("trackID", std::int64_t{kPictureTrackID});
         if (!editor.addImages(transitions, file, output.string(), parameters))
             throw std::runtime_error("the pictures could not be added");
     }
     if (any && hasLinks(transitions)) {
         status("adding links");
-        parameters.asDictionary()->set("trackID", kLinkTrackID);
+        parameters.asDictionary()->set("trackID", std::int64_t{kLinkTrackID});
         if (!editor.addTextTrackURLs(transitions, Value::dictionary(), file, output.string(), parameters)) {
             throw std::runtime_error("the links could not be added");
         }

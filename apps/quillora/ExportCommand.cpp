@@ -10,6 +10,7 @@
 #include "ExportInputs.h"
 #include "InputChecks.h"
 #include "PluginLoader.h"
+#include "ProgramFolder.h"
 #include "QuickTimePlugin/QuickTimePlugin.h"
 #include "QuickTimePlugin/QuilloraTemplate.h"
 #include "ResultDestination.h"
@@ -81,9 +82,7 @@ void installErrorStrings()
 {
     std::vector<std::filesystem::path> folders;
     if (const char* folder = std::getenv("QUILLORA_RESOURCES")) folders.emplace_back(folder);
-    std::error_code error;
-    auto program = std::filesystem::read_symlink("/proc/self/exe", error);
-    if (!error) folders.push_back(program.parent_path() / "resources");
+    if (auto beside = programFolder()) folders.push_back(*beside / "resources");
     folders.emplace_back(QUILLORA_RESOURCE_DIR);
     for (const auto& folder : folders) {
         const auto table = folder / "errorStrings.strings";

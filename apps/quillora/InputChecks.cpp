@@ -15,8 +15,9 @@
 #include <vips/vips8>
 
 #include "ExportInputs.h"
-#include "QuickTimePlugin/ImageLibrary.h"
 #include "foundation/FourCC.h"
+#include "images/ImageLibrary.h"
+#include "layout/PodcastTrackIDs.h"
 #include "toolbox/Movie.h"
 
 namespace quillora::app {
@@ -25,8 +26,6 @@ namespace {
 
 // Offsets and sizes in the podcast's atoms are signed 32-bit numbers.
 constexpr std::uintmax_t kLargestRecording = (std::uintmax_t{1} << 31) - 1;
-// The track IDs the chapter, picture and link tracks always take.
-constexpr std::uint32_t kFixedTrackIDs[] = {2, 3, 4};
 // A text sample stores its text's length in 16 bits, and a link sample its
 // URL's length in 8.
 constexpr std::size_t kLongestSampleText = 0xFFFF;
@@ -68,9 +67,7 @@ std::optional<std::string> pictureProblem(const std::filesystem::path& picture)
         if (image.width() > 0 && image.height() > 0) return std::nullopt;
         return "the picture has no pixels";
     } catch (const vips::VError& refused) {
-        std::string message = refused.what();
-        vips_error_clear();
-        while (!message.empty() && message.back() == '\n') message.pop_back();
+        std::string message = imageLibraryMessage(refused);
         if (auto newline = message.rfind('\n'); newline != std::string::npos) message = message.substr(newline + 1);
         return message.empty() ? "not a picture the image library can read" : message;
     }
@@ -132,7 +129,7 @@ RecordingFacts checkRecording(const std::filesystem::path& path, bool enhancedPo
                                      path.string(), tracks.size(), sound));
     }
     const std::uint32_t id = tracks.front()->trackID;
-    if (std::find(std::begin(kFixedTrackIDs), std::end(kFixedTrackIDs), id) != std::end(kFixedTrackIDs)) {
+    if (std::find(kPodcastTrackIDs.begin(), kPodcastTrackIDs.end(), id) != kPodcastTrackIDs.end()) {
         throw InputError(fmt::format("The recording {}: its sound track has ID {}, which the chapter, picture and "
                                      "link tracks (IDs 2, 3 and 4) need",
                                      path.string(), id));

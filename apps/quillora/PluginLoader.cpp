@@ -9,6 +9,8 @@
 #include <sstream>
 #include <system_error>
 
+#include "ProgramFolder.h"
+
 namespace quillora::app {
 
 PluginSearch loadPlugins(const std::vector<std::filesystem::path>& folders)
@@ -51,9 +53,7 @@ std::vector<std::filesystem::path> defaultPluginFolders()
             if (!folder.empty()) folders.emplace_back(folder);
         }
     }
-    std::error_code error;
-    auto program = std::filesystem::read_symlink("/proc/self/exe", error);
-    if (!error) folders.push_back(program.parent_path() / "plugins");
+    if (auto beside = programFolder()) folders.push_back(*beside / "plugins");
 #ifdef QUILLORA_PLUGIN_DIR
     folders.emplace_back(QUILLORA_PLUGIN_DIR);
 #endif

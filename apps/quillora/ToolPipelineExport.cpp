@@ -1,9 +1,15 @@
 #include "ToolPipelineExport.h"
 
+#include <unistd.h>
+
 #include <chrono>
+#include <cstdlib>
+#include <filesystem>
 #include <ostream>
+#include <sstream>
 
 #include "ExitStatus.h"
+#include "ProgramFolder.h"
 #include "QuickTimePlugin/QuickTimePlugin.h"
 #include "foundation/RunLoop.h"
 
@@ -13,15 +19,31 @@ namespace {
 
 constexpr const char* kHelpAnchor = "Qora0028";
 
+bool isExecutable(const std::filesystem::path& path)
+{
+    return std::filesystem::is_regular_file(path) && ::access(path.c_str(), X_OK) == 0;
+}
+
+// Whether the process runner will find the tool: a path as it is, a bare
+// name on the PATH. Asked before the export, so a missing tool is a refusal
+// that names it rather than a failed export.
+bool canRun(const std::string& tool)
+{
+    if (tool.find('/') != std::string::npos) return isExecutable(tool);
+    const char* searchPath = std::getenv("PATH");
+    std::istringstream folders(searchPath ? searchPath : "");
+    for (std::string folder; std::getline(folders, folder, ':');) {
+        if (!folder.empty() && isExecutable(std::filesystem::path(folder) / tool)) return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 std::string auxiliaryToolsFolder()
 {
-    std::error_code error;
-    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
-    if (!error && std::filesystem::is_directory(program.parent_path() / "tools")) {
-        return (program.parent_path() / "tools").string();
-    }
+    const auto beside = programFolder();
+    if (beside && std::filesystem::is_directory(*beside / "tools")) return (*beside / "tools").string();
     return QUILLORA_TOOLS_DIR;
 }
 
@@ -33,7 +55,7 @@ int runToolPipelineExport(quilloraPlugin& plugin, const Value& params, const std
         return kExitFailed;
     }
     for (const char* tool : {"ChapterTool", "AtomicParsley"}) {
-        if (plugin.pathForAuxiliaryExecutable(tool).empty()) {
+        if (!canRun(plugin.pathForAuxiliaryExecutable(tool))) {
             err << "quillora: " << tool << " is neither in " << auxiliaryToolsFolder()
                 << " nor on the PATH (AtomicParsley is Debian's atomicparsley package)\n";
             return kExitRefused;

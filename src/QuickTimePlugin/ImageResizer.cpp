@@ -8,13 +8,14 @@
 #include <cmath>
 #include <filesystem>
 #include <thread>
+#include <unordered_map>
 #include <vips/vips8>
 
-#include "QuickTimePlugin/ImageLibrary.h"
 #include "QuickTimePlugin/TransitionKeys.h"
 #include "foundation/Log.h"
 #include "foundation/Progress.h"
 #include "foundation/UserDefaults.h"
+#include "images/ImageLibrary.h"
 #include "support/InOrderWork.h"
 
 namespace quillora {
@@ -75,15 +76,6 @@ std::string listString(const std::vector<double>& values)
     return text + ")";
 }
 
-std::string messageOf(const VError& error)
-{
-    // The C++ layer copies the library's error buffer but leaves it full.
-    vips_error_clear();
-    std::string text = error.what();
-    while (!text.empty() && text.back() == '\n') text.pop_back();
-    return text;
-}
-
 // Rounded pixel bounds in the canvas (top-left origin) of a rectangle given
 // in points with the platform's bottom-left origin, clipped to the canvas.
 struct PixelRect {
@@ -131,7 +123,7 @@ VImage srgbPicture(VImage picture)
         try {
             picture = picture.icc_transform("srgb", VImage::option()->set("embedded", true));
         } catch (const VError& error) {
-            messageOf(error);  // a broken profile: draw the pixels as they are
+            imageLibraryMessage(error);  // a broken profile: draw the pixels as they are
         }
     }
     // Greys, 16-bit, CMYK and the like; a picture whose bands have no colour
@@ -277,7 +269,7 @@ std::vector<ImageResizer::Image> ImageResizer::imagesFromTransitions(const Array
                 image = Image{*path, picture.get_typeof(VIPS_META_LOADER) ? picture.get_string(VIPS_META_LOADER) : "",
                               picture.width(), picture.height(), pointSize(points.width, points.height)};
             } catch (const VError& error) {
-                messageOf(error);
+                imageLibraryMessage(error);
             }
         }
         if (!image) {
@@ -321,15 +313,13 @@ ImageResizer::Rect ImageResizer::rectForImage(const Image& image, const Rect& re
                 image.size.height};
 }
 
-void ImageResizer::scaleDownImage(Image& image, const Rect& rect, bool logged) const
+std::optional<double> ImageResizer::scaleDownImage(Image& image, const Rect& rect) const
 {
     const Size old = image.size;
-    if (old.width <= rect.width && old.height <= rect.height) return;
+    if (old.width <= rect.width && old.height <= rect.height) return std::nullopt;
     const double factor = old.height >= old.width ? rect.height / old.height : rect.width / old.width;
     image.size = pointSize(old.width * factor, old.height * factor);
-    if (!logged) return;
-    logMethod(kScaleDownImageMethod, "scaled image of size {} down by {:g} to {}", sizeString(old), factor,
-              sizeString(image.size));
+    return factor;
 }
 
 // As many pictures are drawn at once as there are cores; they are written,
@@ -342,31 +332,37 @@ bool ImageResizer::resizeImages(std::vector<Image>& images, const Array& transit
         const double inset = textBlock_.height;
         rect = Rect{rect.x + inset, rect.y + inset, rect.width - 2 * inset, rect.height - 2 * inset};
     }
-    std::vector<std::string> outputs;
-    for (std::size_t i = 0; i < images.size(); ++i) {
-        outputs.push_back(outputPathFor(transitions[i].stringForKey(QRTransitionImagePathKey).value_or("")));
-    }
     // A picture that an earlier one is written over is read once that one is
-    // in its file.
-    auto mustFollow = [&](std::size_t i) -> std::optional<std::size_t> {
-        for (std::size_t k = i; k-- > 0;) {
-            if (outputs[k] == images[i].path) return k;
-        }
-        return std::nullopt;
-    };
+    // in its file: the last earlier picture written to its path.
+    std::vector<std::string> outputs;
+    std::vector<std::optional<std::size_t>> follows;
+    std::unordered_map<std::string, std::size_t> lastWriterOf;
+    for (std::size_t i = 0; i < images.size(); ++i) {
+        const auto writer = lastWriterOf.find(images[i].path);
+        follows.push_back(writer == lastWriterOf.end() ? std::nullopt : std::optional(writer->second));
+        outputs.push_back(outputPathFor(transitions[i].stringForKey(QRTransitionImagePathKey).value_or("")));
+        lastWriterOf[outputs.back()] = i;
+    }
+    auto mustFollow = [&](std::size_t i) { return follows[i]; };
     const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
     bool result = true;
     forEachInOrder<Drawing>(
-        images.size(), cores, 2 * cores, mustFollow,
-        [&](std::size_t i) { return drawAndEncode(images[i], rect, outputs[i]); },
+        images.size(), cores, 2 * cores, mustFollow, [&](std::size_t i) { return drawAndEncode(images[i], rect); },
         [&](std::size_t i, Drawing drawing) {
-            if (drawing.framed) scaleDownImage(images[i], rect, true);
+            if (drawing.framed) {
+                const Size old = images[i].size;
+                images[i].size = drawing.fittedSize;
+                if (drawing.scaleFactor) {
+                    logMethod(kScaleDownImageMethod, "scaled image of size {} down by {:g} to {}", sizeString(old),
+                              *drawing.scaleFactor, sizeString(images[i].size));
+                }
+            }
             if (drawing.drawError) {
                 logMethod(kDrawImagesMethod, "*** Unable to draw image at path {}: {}", images[i].path,
                           *drawing.drawError);
                 result = false;
             } else {
-                result = writeImage(drawing, transitions[i]) && result;
+                result = writeImage(drawing, outputs[i], transitions[i]) && result;
             }
             countProgress();
         });
@@ -378,15 +374,14 @@ std::string ImageResizer::outputPathFor(const std::string& path) const
     return compressionFactor_ != 0 ? std::filesystem::path(path).replace_extension("jpg").string() : path;
 }
 
-ImageResizer::Drawing ImageResizer::drawAndEncode(Image image, const Rect& rect, const std::string& path) const
+ImageResizer::Drawing ImageResizer::drawAndEncode(Image image, const Rect& rect) const
 {
     Drawing drawing;
-    drawing.path = path;
     VImage canvas;
     try {
-        canvas = drawImage(image, rect, drawing.framed);
+        canvas = drawImage(image, rect, drawing);
     } catch (const VError& error) {
-        drawing.drawError = messageOf(error);
+        drawing.drawError = imageLibraryMessage(error);
         return drawing;
     }
     void* data = nullptr;
@@ -404,7 +399,7 @@ ImageResizer::Drawing ImageResizer::drawAndEncode(Image image, const Rect& rect,
             canvas.write_to_buffer(".png", &data, &length);
         }
     } catch (const VError& error) {
-        drawing.encodeError = messageOf(error);
+        drawing.encodeError = imageLibraryMessage(error);
     }
     const std::unique_ptr<void, decltype(&g_free)> owned(data, g_free);
     if (data) drawing.encoded.assign(static_cast<std::uint8_t*>(data), static_cast<std::uint8_t*>(data) + length);
@@ -416,7 +411,7 @@ ImageResizer::Drawing ImageResizer::drawAndEncode(Image image, const Rect& rect,
 // that the link margin leaves a strip unpainted along the left and bottom
 // edges only; then the picture, scaled down to fit and centred on the canvas,
 // drawn over it. The result is evaluated lazily by the encoder.
-VImage ImageResizer::drawImage(Image& image, const Rect& rect, bool& framed) const
+VImage ImageResizer::drawImage(Image& image, const Rect& rect, Drawing& drawing) const
 {
     const int canvasWidth = static_cast<int>(std::lround(rect.width));
     const int canvasHeight = static_cast<int>(std::lround(rect.height));
@@ -424,8 +419,9 @@ VImage ImageResizer::drawImage(Image& image, const Rect& rect, bool& framed) con
         throw VError(fmt::format("the frame {} leaves no room for a picture", sizeString({rect.width, rect.height})));
     }
 
-    framed = true;
-    scaleDownImage(image, rect, false);
+    drawing.framed = true;
+    drawing.scaleFactor = scaleDownImage(image, rect);
+    drawing.fittedSize = image.size;
     const Rect destination = rectForImage(image, rect);
     const int pictureWidth = std::max(1, static_cast<int>(std::lround(destination.width)));
     const int pictureHeight = std::max(1, static_cast<int>(std::lround(destination.height)));
@@ -489,19 +485,19 @@ VImage ImageResizer::drawImage(Image& image, const Rect& rect, bool& framed) con
                            ->set("yres", pixelsPerMillimetre));
 }
 
-bool ImageResizer::writeImage(const Drawing& drawing, const Value& transition) const
+bool ImageResizer::writeImage(const Drawing& drawing, const std::string& path, const Value& transition) const
 {
     if (drawing.encodeError) {
-        logMethod(kWriteImageMethod, "*** Unable to encode the picture for {}: {}", drawing.path, *drawing.encodeError);
+        logMethod(kWriteImageMethod, "*** Unable to encode the picture for {}: {}", path, *drawing.encodeError);
     }
     // The whole picture is encoded before the file is opened, so a PNG
     // written over its own source has been read to the end first.
-    if (drawing.encodeError || !writeData(drawing.path, drawing.encoded.data(), drawing.encoded.size())) {
-        logMethod(kWriteImageMethod, "*** Failed writing image data to file {}", drawing.path);
+    if (drawing.encodeError || !writeData(path, drawing.encoded.data(), drawing.encoded.size())) {
+        logMethod(kWriteImageMethod, "*** Failed writing image data to file {}", path);
         return false;
     }
-    logMethod(kWriteImageMethod, "wrote image {}", std::filesystem::path(drawing.path).filename().string());
-    if (DictionaryRef dictionary = transition.asDictionary()) dictionary->set(QRTransitionImagePathKey, drawing.path);
+    logMethod(kWriteImageMethod, "wrote image {}", std::filesystem::path(path).filename().string());
+    if (DictionaryRef dictionary = transition.asDictionary()) dictionary->set(QRTransitionImagePathKey, path);
     return true;
 }
 

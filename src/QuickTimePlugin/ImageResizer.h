@@ -65,9 +65,10 @@ private:
     // One picture drawn and encoded off the calling thread; what it would
     // have logged is logged when it is written, in the order of the list.
     struct Drawing {
-        bool framed = false;  // the frame had room, so the picture was fitted to it
+        bool framed = false;                // the frame had room, so the picture was fitted to it
+        Size fittedSize;                    // its size in the frame, when framed
+        std::optional<double> scaleFactor;  // when it had to be scaled down to fit
         std::optional<std::string> drawError;
-        std::string path;  // where the encoded picture goes
         std::vector<std::uint8_t> encoded;
         std::optional<std::string> encodeError;
     };
@@ -75,13 +76,14 @@ private:
     std::vector<Image> imagesFromTransitions(const Array& transitions, Array* correspondingTransitions) const;
     std::optional<Rect> rectForImages(const std::vector<Image>& images) const;
     Rect rectForImage(const Image& image, const Rect& rect) const;
-    void scaleDownImage(Image& image, const Rect& rect, bool logged) const;
+    // The factor the picture was scaled down by to fit, if it had to be.
+    std::optional<double> scaleDownImage(Image& image, const Rect& rect) const;
     bool resizeImages(std::vector<Image>& images, const Array& transitions, Rect rect);
     std::string outputPathFor(const std::string& path) const;
-    Drawing drawAndEncode(Image image, const Rect& rect, const std::string& path) const;
-    bool writeImage(const Drawing& drawing, const Value& transition) const;
+    Drawing drawAndEncode(Image image, const Rect& rect) const;
+    bool writeImage(const Drawing& drawing, const std::string& path, const Value& transition) const;
 
-    vips::VImage drawImage(Image& image, const Rect& rect, bool& framed) const;
+    vips::VImage drawImage(Image& image, const Rect& rect, Drawing& drawing) const;
 
     Array screenshotTransitions_;
     Array slideTransitions_;

@@ -13,9 +13,10 @@
 #include "foundation/Log.h"
 #include "foundation/Progress.h"
 #include "foundation/UserDefaults.h"
+#include "layout/PodcastTrackIDs.h"
+#include "layout/TextStyle.h"
 #include "toolbox/MetaDataAtoms.h"
 #include "toolbox/Toolbox.h"
-#include "tracks/TextStyle.h"
 
 namespace quillora {
 
@@ -314,7 +315,7 @@ std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
 
             auto recording = toolbox::Movie::movieWithFile(tempFileRecordingPath());
             const auto duration = recording ? static_cast<std::int32_t>(recording->duration()) : 0;
-            Value params = Value::dictionary({{"duration", duration}, {"trackID", 2}});
+            Value params = Value::dictionary({{"duration", duration}, {"trackID", std::int64_t{kChapterTrackID}}});
             ErrorRecord ignoredError;
 
             beginProgressStage("Adding the chapters");
@@ -326,7 +327,7 @@ std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
                 return stageError(QuilloraErrors::qtPluginChapFromTransErr, "Could not add chapters");
             }
 
-            params.asDictionary()->set("trackID", 3);
+            params.asDictionary()->set("trackID", std::int64_t{kPictureTrackID});
             if (resized) {
                 beginProgressStage("Adding the slide pictures");
                 const bool images = editor->addImages(slides, *file, workingPath, params, this, &ignoredError);
@@ -341,7 +342,7 @@ std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
             const UserDefaults defaults = UserDefaults::standardUserDefaults();
             if (defaults.boolForKey("supportForURL")) {
                 const Value attributes = textTrackAttributes(defaults);
-                params.asDictionary()->set("trackID", 4);
+                params.asDictionary()->set("trackID", std::int64_t{kLinkTrackID});
                 // A failed link track neither stops the export nor is logged.
                 beginProgressStage("Adding the links");
                 editor->addTextTrackURLs(slides, attributes, *file, workingPath, params, &ignoredError);

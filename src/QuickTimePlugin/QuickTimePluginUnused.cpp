@@ -240,8 +240,8 @@ bool QuickTimePlugin::createEnhancedPodcastInURL(const std::string& destination,
         throw NamedException(std::string(QuilloraErrors::fileManipulationError), "could not create the XML file",
                              filePathInfo(xmlPath));
     }
-    std::string tool = pathForAuxiliaryExecutable(kChapterTool);
-    runTool({tool.empty() ? kChapterTool : tool, "-x", xmlPath, "-a", tempFileRecordingPath(), "-o", destination});
+    runTool(
+        {pathForAuxiliaryExecutable(kChapterTool), "-x", xmlPath, "-a", tempFileRecordingPath(), "-o", destination});
     if (std::filesystem::exists(destination)) {
         std::error_code ignored;
         std::filesystem::remove(xmlPath, ignored);
@@ -254,8 +254,7 @@ bool QuickTimePlugin::createEnhancedPodcastInURL(const std::string& destination,
 void QuickTimePlugin::setID3Tags(const Value& tags, const std::string& file)
 {
     logMethod(kSetID3Tags, "Setting id3 Tags {}", description(tags));
-    std::string tool = pathForAuxiliaryExecutable(kTagTool);
-    std::vector<std::string> arguments = {tool.empty() ? kTagTool : tool, file};
+    std::vector<std::string> arguments = {pathForAuxiliaryExecutable(kTagTool), file};
     auto addIfPresent = [&](const char* option, const char* key) {
         const std::string value = tags.stringForKey(key).value_or("");
         if (!value.empty()) arguments.insert(arguments.end(), {option, value});

@@ -124,4 +124,16 @@ void ByteReader::seek(std::size_t position)
     position_ = position;
 }
 
+void overwriteU16BE(Bytes& bytes, std::size_t offset, std::uint16_t value)
+{
+    bytes.at(offset + 1) = static_cast<std::uint8_t>(value & 0xFF);
+    bytes[offset] = static_cast<std::uint8_t>(value >> 8);
+}
+
+void overwriteU32BE(Bytes& bytes, std::size_t offset, std::uint32_t value)
+{
+    overwriteU16BE(bytes, offset, static_cast<std::uint16_t>(value >> 16));
+    overwriteU16BE(bytes, offset + 2, static_cast<std::uint16_t>(value & 0xFFFF));
+}
+
 }  // namespace quillora

@@ -68,6 +68,11 @@ private:
     std::size_t position_ = 0;
 };
 
+// Big-endian writes over bytes already in a buffer (a size or a count fixed
+// up after its children were added). Throws std::out_of_range past the end.
+void overwriteU16BE(Bytes& bytes, std::size_t offset, std::uint16_t value);
+void overwriteU32BE(Bytes& bytes, std::size_t offset, std::uint32_t value);
+
 // Big-endian reads straight out of a buffer, for code that holds raw headers.
 inline std::uint32_t readU32BE(const std::uint8_t* p)
 {

@@ -155,8 +155,12 @@ void FileHandle::truncateFileAtOffset(std::int64_t offset)
 {
     requireOpen();
     if (offset < 0) throw FileError(EINVAL, "truncate at a negative offset in " + path_.string());
-    PendingEdits& edits = pendingEdits();
-    edits.replace(offset, edits.length() - offset, {});
+    if (edits_) {
+        edits_->replace(offset, edits_->length() - offset, {});
+    } else if (::ftruncate(fd_, offset) != 0) {
+        // Nothing pending: the file is cut where it would have been.
+        fail("truncate");
+    }
     position_ = offset;
 }
 

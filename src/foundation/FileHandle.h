@@ -74,7 +74,6 @@ public:
     void closeFile();
     // Rewrites the file with the pending edits (no synchronisation).
     void writePendingEdits();
-    bool hasPendingEdits() const { return edits_.has_value(); }
 
     std::int64_t length() const;
 

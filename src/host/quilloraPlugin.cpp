@@ -73,17 +73,7 @@ std::string quilloraPlugin::pathForAuxiliaryExecutable(const std::string& name) 
         const auto shipped = std::filesystem::path(context_.auxiliaryToolsFolderPath) / name;
         if (isExecutable(shipped)) return shipped.string();
     }
-    const char* searchPath = std::getenv("PATH");
-    std::string_view folders = searchPath ? searchPath : "";
-    while (!folders.empty()) {
-        const auto colon = folders.find(':');
-        const auto folder = folders.substr(0, colon);
-        if (!folder.empty() && isExecutable(std::filesystem::path(folder) / name)) {
-            return (std::filesystem::path(folder) / name).string();
-        }
-        folders = colon == std::string_view::npos ? std::string_view() : folders.substr(colon + 1);
-    }
-    return {};
+    return name;
 }
 
 }  // namespace quillora

@@ -55,8 +55,8 @@ public:
     // Where the host document's save sheet for a movie ended: on OK the
     // chosen path becomes the result file path.
     virtual void saveQTPanelDidEnd(int returnCode, const std::string& path);
-    // A tool the host ships (its auxiliary-tools folder) or the system has
-    // (the PATH); empty when neither has it.
+    // A tool the host ships (in its auxiliary-tools folder), else the bare
+    // name, which the process runner looks up on the PATH.
     std::string pathForAuxiliaryExecutable(const std::string& name) const;
     // The error of opening the recording, as the platform reports it.
     const std::optional<std::string>& openError() const { return openError_; }

@@ -8,7 +8,7 @@
 #include "QTDataEditor.h"
 #include "foundation/FourCC.h"
 #include "foundation/Log.h"
-#include "tracks/TextSamples.h"
+#include "layout/TextSamples.h"
 
 namespace quillora {
 

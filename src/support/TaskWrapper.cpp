@@ -141,7 +141,7 @@ bool TaskWrapper::startProcess()
     std::vector<char*> argv;
     for (auto& argument : arguments_) argv.push_back(argument.data());
     argv.push_back(nullptr);
-    const int failure = ::posix_spawn(&pid_, arguments_[0].c_str(), &actions, &attributes, argv.data(), environ);
+    const int failure = ::posix_spawnp(&pid_, arguments_[0].c_str(), &actions, &attributes, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attributes);
     ::close(output[1]);

@@ -26,13 +26,6 @@ AtomView viewAt(const Bytes& bytes, std::size_t offset)
     return view;
 }
 
-void putU32At(Bytes& bytes, std::size_t offset, std::uint32_t value)
-{
-    ByteWriter writer(4);
-    writer.putU32BE(value);
-    std::copy(writer.bytes().begin(), writer.bytes().end(), bytes.begin() + static_cast<std::ptrdiff_t>(offset));
-}
-
 // The atoms from the root down to target, each one holding the next.
 std::vector<std::size_t> pathTo(const Bytes& bytes, std::size_t target)
 {
@@ -98,10 +91,9 @@ OSErr QTInsertChild(const QTAtomContainer& container, QTAtom parent, QTAtomType 
 
     bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(insertAt), atom.bytes().begin(), atom.bytes().end());
     for (std::size_t ancestor : path)
-        putU32At(bytes, ancestor, viewAt(bytes, ancestor).size + static_cast<std::uint32_t>(atom.size()));
+        overwriteU32BE(bytes, ancestor, viewAt(bytes, ancestor).size + static_cast<std::uint32_t>(atom.size()));
     const std::uint16_t count = static_cast<std::uint16_t>(parentView.childCount + 1);
-    bytes[parentOffset + kChildCountOffset] = static_cast<std::uint8_t>(count >> 8);
-    bytes[parentOffset + kChildCountOffset + 1] = static_cast<std::uint8_t>(count & 0xFF);
+    overwriteU16BE(bytes, parentOffset + kChildCountOffset, count);
     if (newAtom) *newAtom = static_cast<QTAtom>(insertAt);
     return noErr;
 }

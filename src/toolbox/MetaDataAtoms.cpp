@@ -5,8 +5,8 @@
 #include <string_view>
 
 #include "foundation/FourCC.h"
+#include "layout/TrackAtoms.h"
 #include "toolbox/SampleTable.h"
-#include "tracks/TrackAtoms.h"
 
 namespace quillora::toolbox {
 

@@ -19,7 +19,9 @@
 #include <vector>
 
 #include "foundation/Bytes.h"
+#include "foundation/FourCC.h"
 #include "foundation/Value.h"
+#include "layout/Matrix.h"
 
 namespace quillora::toolbox {
 
@@ -31,10 +33,13 @@ using OSErr = std::int16_t;
 inline constexpr Fixed kFixed1 = 0x00010000;
 inline constexpr TimeScale kDefaultMovieTimeScale = 600;
 
-// A 3x3 transformation: a, b, u, c, d, v, tx, ty, w; u, v and w are 2.30,
-// the others 16.16.
-using Matrix = std::array<std::int32_t, 9>;
-inline constexpr Matrix kIdentityMatrix = {kFixed1, 0, 0, 0, kFixed1, 0, 0, 0, 0x40000000};
+// The file types a movie is written as: a QuickTime movie, and an MPEG-4
+// file of the handheld player's brand.
+inline constexpr std::uint32_t kMovieFileType = fourCC("MooV");
+inline constexpr std::uint32_t kHandheldPlayerFileType = fourCC("M4V ");
+
+using quillora::kIdentityMatrix;
+using quillora::Matrix;
 
 struct Sample {
     std::uint64_t offset = 0;  // in the media's data file, or in its held bytes
@@ -61,10 +66,6 @@ struct Media {
     // Where referenced samples lie, and the bytes of held ones.
     std::filesystem::path dataFile;
     Bytes heldBytes;
-    // The data reference the media was made with ('hndl' handle, 'alis', ...).
-    std::uint32_t dataReferenceType = 0;
-    Bytes dataReference;
-    bool editing = false;
     // Text media: the encoding that later samples announce in an 'encd' atom.
     std::optional<std::uint32_t> textEncoding;
 

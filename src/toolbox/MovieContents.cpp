@@ -145,14 +145,13 @@ std::vector<TagItem> readTags(FileHandle& file, const AtomTree& tree)
     return tags;
 }
 
-std::vector<std::uint32_t> chapterReferences(FileHandle& file, const AtomTree& tree, const ListedTrack& first)
+// The tracks the first track names as its chapters.
+std::vector<std::uint32_t> chapterReferences(const Track& first)
 {
-    std::vector<std::uint32_t> ids;
-    if (auto chap = descend(tree, first.trak, {atom::tref, kChapterReference})) {
-        const Bytes payload = readAtomPayload(file, *chap);
-        for (std::size_t at = 0; at + 4 <= payload.size(); at += 4) ids.push_back(readU32BE(payload.data() + at));
+    for (const auto& [type, ids] : first.references) {
+        if (type == kChapterReference) return ids;
     }
-    return ids;
+    return {};
 }
 
 }  // namespace
@@ -188,7 +187,7 @@ MovieContents readMovieContents(const std::filesystem::path& path)
     }
     if (tracks.empty()) return contents;
 
-    const auto chapterIDs = chapterReferences(file, tree, tracks.front());
+    const auto chapterIDs = chapterReferences(*movie->tracks().front());
     for (const auto& track : tracks) {
         if (track.handlerType == kVideoHandler) {
             if (auto pictures = readPictureTrack(file, tree, track)) contents.pictures.push_back(*pictures);

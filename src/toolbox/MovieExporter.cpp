@@ -13,8 +13,6 @@ namespace quillora::toolbox {
 
 namespace {
 
-constexpr std::uint32_t kHandheldPlayerFileType = fourCC("M4V ");
-constexpr std::uint32_t kMovieFileType = fourCC("MooV");
 constexpr std::string_view kDoUserDialog = "MovieExportDoUserDialog";
 constexpr std::string_view kExportToDataRef = "MovieExportToDataRef";
 

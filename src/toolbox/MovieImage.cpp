@@ -6,11 +6,11 @@
 #include <memory>
 
 #include "QTDataEditor.h"
-#include "QuickTimePlugin/ImageLibrary.h"
 #include "foundation/FourCC.h"
 #include "foundation/Log.h"
+#include "images/ImageLibrary.h"
+#include "layout/ImageTrackLayout.h"
 #include "toolbox/Toolbox.h"
-#include "tracks/ImageTrackLayout.h"
 
 namespace quillora::toolbox {
 

@@ -9,17 +9,15 @@
 #include "QTDataEditor.h"
 #include "foundation/FileHandle.h"
 #include "foundation/FourCC.h"
+#include "layout/TrackAtoms.h"
 #include "toolbox/MetaDataAtoms.h"
 #include "toolbox/Movie.h"
-#include "tracks/TrackAtoms.h"
 
 namespace quillora::toolbox {
 
 namespace {
 
 constexpr std::size_t kCopyBufferSize = 1 << 20;
-constexpr std::uint32_t kMovieFileType = fourCC("MooV");
-constexpr std::uint32_t kHandheldPlayerFileType = fourCC("M4V ");
 constexpr std::uint32_t kQuickTimeBrandVersion = 0x20050300;
 constexpr std::uint32_t kApertureModeAtom = fourCC("apmd");
 
@@ -64,6 +62,40 @@ std::uint32_t narrow(std::int64_t value)
     return static_cast<std::uint32_t>(value);
 }
 
+// Where an atom's payload lies in a buffer; empty when there is none.
+struct PayloadRange {
+    std::size_t begin = 0;
+    std::size_t end = 0;
+};
+
+// The payload of the first child of the given type among the atoms of range.
+PayloadRange childOfType(const Bytes& bytes, PayloadRange range, std::uint32_t type)
+{
+    for (std::size_t at = range.begin; at + 8 <= range.end;) {
+        const std::uint32_t size = readU32BE(bytes.data() + at);
+        if (size < 8 || at + size > range.end) break;
+        if (readU32BE(bytes.data() + at + 4) == type) return {at + 8, at + size};
+        at += size;
+    }
+    return {};
+}
+
+// Adds base to every chunk offset of a movie atom this writer built.
+void shiftChunkOffsets(Bytes& moov, std::uint32_t base)
+{
+    for (std::size_t at = 8; at + 8 <= moov.size(); at += readU32BE(moov.data() + at)) {
+        if (readU32BE(moov.data() + at + 4) != atom::trak) continue;
+        PayloadRange range{at + 8, at + readU32BE(moov.data() + at)};
+        for (std::uint32_t type : {atom::mdia, atom::minf, atom::stbl, atom::stco}) {
+            range = childOfType(moov, range, type);
+        }
+        // Past the version, flags and entry count.
+        for (std::size_t entry = range.begin + 8; range.end != 0 && entry + 4 <= range.end; entry += 4) {
+            overwriteU32BE(moov, entry, readU32BE(moov.data() + entry) + base);
+        }
+    }
+}
+
 class Flattener {
 public:
     Flattener(const Movie& movie, FileBrand brand) : movie_(movie), brand_(std::move(brand)) {}
@@ -71,11 +103,12 @@ public:
     void write(const std::filesystem::path& path)
     {
         const Bytes type = ftyp();
-        // The chunk offsets do not change the movie atom's size: place the
-        // samples once the size is known.
-        const std::size_t movieSize = moov(0).size();
-        const std::int64_t mdatStart = static_cast<std::int64_t>(type.size() + movieSize);
-        const Bytes movieAtom = moov(mdatStart + 8);
+        // The chunk offsets are counted from the first sample until the
+        // movie atom's size, which they do not change, is known.
+        Bytes movieAtom = moov();
+        const std::int64_t firstSample = static_cast<std::int64_t>(type.size() + movieAtom.size()) + 8;
+        narrow(firstSample + mediaDataSize_);
+        shiftChunkOffsets(movieAtom, static_cast<std::uint32_t>(firstSample));
         FileHandle out(path, FileHandle::Mode::Creating);
         out.writeData(type);
         out.writeData(movieAtom);
@@ -109,13 +142,13 @@ private:
         return atoms_.atom(atom::mvhd, w.bytes());
     }
 
-    Bytes moov(std::int64_t firstSampleOffset)
+    Bytes moov()
     {
         ByteWriter payload;
         payload.putBytes(mvhd());
-        std::int64_t offset = firstSampleOffset;
+        std::int64_t offset = 0;
         for (const auto& track : movie_.tracks()) payload.putBytes(trak(*track, offset));
-        mediaDataSize_ = offset - firstSampleOffset;
+        mediaDataSize_ = offset;
         payload.putBytes(nativeMetaDataAtom(atoms_, movie_.metaData()));
         if (movie_.apertureMode() != kQTApertureMode_Classic) {
             ByteWriter mode(4);

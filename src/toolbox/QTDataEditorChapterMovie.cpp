@@ -164,10 +164,9 @@ bool QTDataEditor::addChapterTrack(const Value& transitions, ErrorRecord* /*erro
 std::string QTDataEditor::saveAsEnhancedPodcast(const std::string& path)
 {
     const std::string moviePath = std::filesystem::path(path).replace_extension("mov").string();
-    sourceMovie_->writeToFile(moviePath,
-                              Value::dictionary({{QTMovieExport, true},
-                                                 {QTMovieExportType, static_cast<std::int64_t>(fourCC("MooV"))},
-                                                 {QTMovieFlatten, true}}));
+    sourceMovie_->writeToFile(moviePath, Value::dictionary({{QTMovieExport, true},
+                                                            {QTMovieExportType, std::int64_t{kMovieFileType}},
+                                                            {QTMovieFlatten, true}}));
     return moviePath;
 }
 

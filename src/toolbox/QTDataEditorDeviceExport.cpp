@@ -9,6 +9,7 @@
 #include "foundation/FileTypeCode.h"
 #include "foundation/FourCC.h"
 #include "foundation/Log.h"
+#include "foundation/PropertyList.h"
 #include "toolbox/Components.h"
 #include "toolbox/MovieExporter.h"
 #include "toolbox/MovieProperties.h"
@@ -25,7 +26,6 @@ constexpr std::string_view kLoadExportSettings = "-[QTDataEditor loadExportSetti
 // Fixed absolute paths, at the root of the file system as they always were.
 constexpr const char* kExporterSettingsPath = "/ExporterSettings_iPod.atoms";
 constexpr const char* kTypedMoviePath = "/iPodMovie.m4v";
-constexpr std::uint32_t kHandheldPlayerFileType = fourCC("M4V ");
 constexpr std::uint32_t kMovieFileBundleType = fourCC("MFB ");
 constexpr std::uint32_t kAnyCreator = 0xFFFFFFFF;
 constexpr std::uint32_t kMovieExportFromFilesFlags = canMovieExportFiles;
@@ -36,14 +36,13 @@ constexpr ComponentDescription kHandheldPlayerExporter{MovieExportType, kHandhel
 // cannot be read.
 Handle readIntoHandle(const std::filesystem::path& path)
 {
+    Handle handle = NewHandleClear(0);
     try {
-        FileHandle file(path, FileHandle::Mode::Reading);
-        Handle handle = NewHandleClear(static_cast<std::size_t>(file.length()));
-        if (handle) handle->bytes = file.readDataOfLength(handle->bytes.size());
-        return handle;
-    } catch (const FileError&) {
-        return NewHandleClear(0);
+        handle->bytes = readWholeFile(path);
+    } catch (const std::exception&) {
+        // A missing or unreadable settings file is an empty container.
     }
+    return handle;
 }
 
 }  // namespace

@@ -7,11 +7,11 @@
 #include "foundation/FourCC.h"
 #include "foundation/Log.h"
 #include "foundation/TextEncoding.h"
+#include "layout/ColorData.h"
+#include "layout/TextSamples.h"
 #include "toolbox/AtomContainer.h"
 #include "toolbox/TextMedia.h"
 #include "toolbox/Toolbox.h"
-#include "tracks/ColorData.h"
-#include "tracks/TextSamples.h"
 
 namespace quillora {
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "foundation/FileHandle.h"
+#include "layout/SampleRecords.h"
 #include "toolbox/AtomTree.h"
 
 namespace quillora::toolbox {
@@ -21,15 +22,8 @@ struct SampleLocation {
 };
 
 // The entries of 'stts' and 'stsc', as runs.
-struct TimeToSampleRun {
-    std::uint32_t count = 0;
-    std::uint32_t duration = 0;
-};
-struct SampleToChunkRun {
-    std::uint32_t firstChunk = 0;
-    std::uint32_t samplesPerChunk = 0;
-    std::uint32_t descriptionIndex = 1;
-};
+using quillora::SampleToChunkRun;
+using quillora::TimeToSampleRun;
 
 // More samples than this are damage for the tracks that are listed sample
 // by sample (chapters, links, notes).

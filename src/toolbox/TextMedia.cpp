@@ -3,7 +3,7 @@
 #include <limits>
 
 #include "foundation/FourCC.h"
-#include "tracks/TextSamples.h"
+#include "layout/TextSamples.h"
 
 namespace quillora::toolbox {
 
@@ -27,14 +27,12 @@ std::uint32_t getDescriptionU32(const Handle& description, std::size_t offset)
 
 void setDescriptionU16(const Handle& description, std::size_t offset, std::uint16_t value)
 {
-    description->bytes.at(offset) = static_cast<std::uint8_t>(value >> 8);
-    description->bytes.at(offset + 1) = static_cast<std::uint8_t>(value & 0xFF);
+    overwriteU16BE(description->bytes, offset, value);
 }
 
 void setDescriptionU32(const Handle& description, std::size_t offset, std::uint32_t value)
 {
-    setDescriptionU16(description, offset, static_cast<std::uint16_t>(value >> 16));
-    setDescriptionU16(description, offset + 2, static_cast<std::uint16_t>(value & 0xFFFF));
+    overwriteU32BE(description->bytes, offset, value);
 }
 
 void setDescriptionColor(const Handle& description, std::size_t offset, const RGBColor& color)

@@ -3,8 +3,8 @@
 // every later text sample carries an 'encd' atom naming its encoding.
 #pragma once
 
+#include "layout/ColorData.h"
 #include "toolbox/Toolbox.h"
-#include "tracks/ColorData.h"
 
 namespace quillora::toolbox {
 

@@ -320,6 +320,8 @@ OSErr InsertTrackSegment(const Track* source, TimeValue sourceIn, TimeValue sour
         return answer(noErr);
     }
     std::vector<Edit> inserted;
+    // Each of the source's descriptions, once found or added in the destination.
+    std::vector<std::uint32_t> descriptionIndexIn(from.sampleDescriptions.size(), 0);
     TimeValue editStart = 0;
     const TimeValue sourceEnd = sourceIn + sourceDuration;
     for (const auto& edit : source->edits) {
@@ -346,8 +348,9 @@ OSErr InsertTrackSegment(const Track* source, TimeValue sourceIn, TimeValue sour
             if (sample.descriptionIndex == 0 || sample.descriptionIndex > from.sampleDescriptions.size()) {
                 return answer(badDataRefIndex);
             }
-            const Bytes& description = from.sampleDescriptions[sample.descriptionIndex - 1];
-            sample.descriptionIndex = descriptionIndexFor(to, description);
+            std::uint32_t& mapped = descriptionIndexIn[sample.descriptionIndex - 1];
+            if (mapped == 0) mapped = descriptionIndexFor(to, from.sampleDescriptions[sample.descriptionIndex - 1]);
+            sample.descriptionIndex = mapped;
             if (sample.held) {
                 const auto bytes = from.heldBytes.begin() + static_cast<std::ptrdiff_t>(sample.offset);
                 sample.offset = to.heldBytes.size();
@@ -390,8 +393,8 @@ OSErr DeleteTrackSegment(Track* track, TimeValue startTime, TimeValue duration)
     return answer(noErr);
 }
 
-Media* NewTrackMedia(Track* track, std::uint32_t mediaType, TimeScale timeScale, const Handle& dataRef,
-                     std::uint32_t dataRefType)
+Media* NewTrackMedia(Track* track, std::uint32_t mediaType, TimeScale timeScale, const Handle& /*dataRef*/,
+                     std::uint32_t /*dataRefType*/)
 {
     if (!track || timeScale <= 0) {
         answer(track ? paramErr : invalidTrack);
@@ -400,8 +403,6 @@ Media* NewTrackMedia(Track* track, std::uint32_t mediaType, TimeScale timeScale,
     track->media = std::make_unique<Media>();
     track->media->type = mediaType;
     track->media->timeScale = timeScale;
-    track->media->dataReferenceType = dataRefType;
-    if (dataRef) track->media->dataReference = dataRef->bytes;
     answer(noErr);
     return track->media.get();
 }
@@ -409,14 +410,12 @@ Media* NewTrackMedia(Track* track, std::uint32_t mediaType, TimeScale timeScale,
 OSErr BeginMediaEdits(Media* media)
 {
     if (!media) return answer(invalidMedia);
-    media->editing = true;
     return answer(noErr);
 }
 
 OSErr EndMediaEdits(Media* media)
 {
     if (!media) return answer(invalidMedia);
-    media->editing = false;
     return answer(noErr);
 }
 

@@ -96,7 +96,9 @@ OSErr DeleteTrackSegment(Track* track, TimeValue startTime, TimeValue duration);
 
 // --- media -------------------------------------------------------------------
 // A sound media is given the time scale of the first samples copied into it:
-// audio sample durations do not survive rescaling.
+// audio sample durations do not survive rescaling. The data reference is
+// taken as the platform's call takes it, and not kept: a media's samples are
+// held in memory or lie in the file they were read from.
 Media* NewTrackMedia(Track* track, std::uint32_t mediaType, TimeScale timeScale, const Handle& dataRef,
                      std::uint32_t dataRefType);
 OSErr BeginMediaEdits(Media* media);

@@ -6,8 +6,9 @@
 #include "QTDataEditor.h"
 #include "foundation/FourCC.h"
 #include "foundation/Log.h"
-#include "tracks/TextSamples.h"
-#include "tracks/TextTrackLayout.h"
+#include "layout/PodcastTrackIDs.h"
+#include "layout/TextSamples.h"
+#include "layout/TextTrackLayout.h"
 
 namespace quillora {
 
@@ -15,10 +16,8 @@ namespace {
 
 constexpr std::string_view kAddChapters = "-[QTDataEditor addChapters:toFile:path:withParameters:error:]";
 
-// The chapter track is expected as track 2 and the slide pictures as track 3,
+// The reference names the chapter and picture tracks by their fixed IDs,
 // whatever IDs the writers were given.
-constexpr std::uint32_t kChapterTrackID = 2;
-constexpr std::uint32_t kImageTrackID = 3;
 
 std::string chapterName(const Value& transition, std::int64_t position)
 {
@@ -34,7 +33,7 @@ std::string chapterName(const Value& transition, std::int64_t position)
 Bytes chapterReference(TrackAtoms& atoms)
 {
     ByteWriter ids(8);
-    ids.putU32BE(kChapterTrackID).putU32BE(kImageTrackID);
+    ids.putU32BE(kChapterTrackID).putU32BE(kPictureTrackID);
     const Bytes chap = atoms.atom(fourCC("chap"), ids.bytes());
     return atoms.container(atom::tref, {chap});
 }

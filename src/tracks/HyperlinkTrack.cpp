@@ -4,9 +4,9 @@
 #include "QTDataEditor.h"
 #include "foundation/FourCC.h"
 #include "foundation/Log.h"
+#include "layout/TextSamples.h"
+#include "layout/TextTrackLayout.h"
 #include "toolbox/Movie.h"
-#include "tracks/TextSamples.h"
-#include "tracks/TextTrackLayout.h"
 
 namespace quillora {
 

@@ -7,8 +7,8 @@
 #include "foundation/FourCC.h"
 #include "foundation/Log.h"
 #include "foundation/NotificationCenter.h"
+#include "layout/ImageTrackLayout.h"
 #include "toolbox/Movie.h"
-#include "tracks/ImageTrackLayout.h"
 
 namespace quillora {
 

@@ -1,4 +1,4 @@
-#include "tracks/TextSamples.h"
+#include "layout/TextSamples.h"
 
 #include <fmt/format.h>
 

@@ -1,4 +1,4 @@
-#include "QuickTimePlugin/TiffRGBA.h"
+#include "images/TiffRGBA.h"
 
 #include <tiffio.h>
 

@@ -1,4 +1,4 @@
-#include "tracks/ColorData.h"
+#include "layout/ColorData.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,9 +1,9 @@
-#include "tracks/TextTrackLayout.h"
+#include "layout/TextTrackLayout.h"
 
 #include <array>
 
 #include "foundation/FourCC.h"
-#include "tracks/TextSamples.h"
+#include "layout/TextSamples.h"
 
 namespace quillora {
 
@@ -71,9 +71,9 @@ Bytes timedTextDescription(TrackAtoms& atoms, const TextStyle& style)
     return atoms.atom(fourCC("tx3g"), w.bytes());
 }
 
-TextTrackBuilder::TextTrackBuilder(QTDataEditor& editor, const TextTrackKind& kind, std::uint32_t duration,
+TextTrackBuilder::TextTrackBuilder(AtomFactory& factory, const TextTrackKind& kind, std::uint32_t duration,
                                    std::uint32_t trackID, const TextStyle& style)
-    : atoms_(editor), kind_(kind)
+    : atoms_(factory), kind_(kind)
 {
     tkhd_ = atoms_.tkhd({kind.headerFlags, trackID, duration, kind.trackSize, std::nullopt});
     edts_ = atoms_.edts(duration);

@@ -1,9 +1,9 @@
-#include "tracks/ImageSize.h"
+#include "images/ImageSize.h"
 
 #include <cmath>
 #include <vips/vips8>
 
-#include "QuickTimePlugin/ImageLibrary.h"
+#include "images/ImageLibrary.h"
 
 namespace quillora {
 

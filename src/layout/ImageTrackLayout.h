@@ -8,9 +8,8 @@
 #include <optional>
 #include <string>
 
-#include "QTDataEditor.h"
-#include "tracks/ImageSize.h"
-#include "tracks/TrackAtoms.h"
+#include "images/ImageSize.h"
+#include "layout/TrackAtoms.h"
 
 namespace quillora {
 
@@ -40,7 +39,7 @@ struct ImageTrackShape {
 class ImageTrackBuilder {
 public:
     // Builds tkhd, edts, mdhd, the handlers, vmhd and dinf.
-    ImageTrackBuilder(QTDataEditor& editor, const ImageTrackShape& shape);
+    ImageTrackBuilder(AtomFactory& factory, const ImageTrackShape& shape);
     // Builds stsd and stsc.
     void describe(const ImageFormat& format, PointSize size);
     // The finished trak.

@@ -6,6 +6,7 @@
 #include <string>
 
 namespace vips {
+class VError;
 class VImage;
 class VOption;
 }  // namespace vips
@@ -22,6 +23,11 @@ bool startImageLibrary();
 // libtiff's RGBA reader (a TIFF with subsampled YCbCr needs it), before
 // giving up. Throws vips::VError.
 vips::VImage openPicture(const std::string& path, vips::VOption* options);
+
+// The text of a refusal, without its trailing line ends. The C++ layer
+// copies the library's error buffer but leaves it full: this empties it, so
+// the next refusal does not carry this one's text.
+std::string imageLibraryMessage(const vips::VError& error);
 
 struct PictureSize {
     double width = 0;

@@ -1,4 +1,4 @@
-#include "tracks/TextStyle.h"
+#include "layout/TextStyle.h"
 
 #include <charconv>
 

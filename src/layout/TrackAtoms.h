@@ -12,9 +12,10 @@
 #include <string_view>
 #include <vector>
 
-#include "QTDataEditor.h"
 #include "foundation/Bytes.h"
-#include "toolbox/SampleTable.h"
+#include "layout/AtomFactory.h"
+#include "layout/Matrix.h"
+#include "layout/SampleRecords.h"
 
 namespace quillora {
 
@@ -24,7 +25,7 @@ struct TrackPlacement {
     std::int16_t layer = 0;
     std::int16_t alternateGroup = 0;
     std::int16_t volume = 0;  // 8.8
-    std::array<std::int32_t, 9> matrix{};
+    Matrix matrix{};
     std::uint32_t width = 0;  // 16.16
     std::uint32_t height = 0;
 };
@@ -69,10 +70,6 @@ struct SampleTable {
     }
 };
 
-// The compact forms of the sample tables, for tracks of many samples.
-using toolbox::SampleToChunkRun;
-using toolbox::TimeToSampleRun;
-
 // A 16-bit header field as the track templates store it: the sign-extended
 // value swapped as 32 bits, of which only the low half is kept. Every value
 // comes out 0x0000 but 0xFFFF and the other negatives, which come out 0xFFFF.
@@ -90,7 +87,7 @@ inline constexpr std::uint32_t kMediaTimeScale = 600;
 
 class TrackAtoms {
 public:
-    explicit TrackAtoms(QTDataEditor& editor) : editor_(editor) {}
+    explicit TrackAtoms(AtomFactory& factory) : factory_(factory) {}
 
     Bytes atom(std::uint32_t type, std::span<const std::uint8_t> payload);
     // A parent whose payload is its finished children, in order.
@@ -118,7 +115,7 @@ public:
     Bytes stco(std::span<const std::uint32_t> chunkOffsets);
 
 private:
-    QTDataEditor& editor_;
+    AtomFactory& factory_;
 };
 
 }  // namespace quillora

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "foundation/Value.h"
-#include "tracks/ColorData.h"
+#include "layout/ColorData.h"
 
 namespace quillora {
 

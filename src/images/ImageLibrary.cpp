@@ -1,10 +1,10 @@
-#include "QuickTimePlugin/ImageLibrary.h"
+#include "images/ImageLibrary.h"
 
 #include <cmath>
 #include <vips/vips8>
 
-#include "QuickTimePlugin/TiffRGBA.h"
 #include "foundation/Log.h"
+#include "images/TiffRGBA.h"
 
 namespace quillora {
 
@@ -80,6 +80,14 @@ PictureSize pictureSizeInPoints(const VImage& picture)
     const bool unitStated = picture.get_typeof(VIPS_META_RESOLUTION_UNIT) != 0;
     return {pointsForPixels(picture.width(), picture.xres(), unitStated),
             pointsForPixels(picture.height(), picture.yres(), unitStated)};
+}
+
+std::string imageLibraryMessage(const vips::VError& error)
+{
+    vips_error_clear();
+    std::string text = error.what();
+    while (!text.empty() && text.back() == '\n') text.pop_back();
+    return text;
 }
 
 }  // namespace quillora

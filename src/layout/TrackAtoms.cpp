@@ -1,4 +1,4 @@
-#include "tracks/TrackAtoms.h"
+#include "layout/TrackAtoms.h"
 
 #include <array>
 
@@ -7,8 +7,6 @@
 namespace quillora {
 
 namespace {
-
-constexpr std::array<std::uint32_t, 9> kIdentityMatrix = {0x00010000, 0, 0, 0, 0x00010000, 0, 0, 0, 0x40000000};
 
 // What the header templates hold; the swap turns them into zeros.
 constexpr std::int16_t kTemplateLayer = 1;
@@ -28,7 +26,7 @@ void putMatrix(ByteWriter& writer, std::span<const std::int32_t> matrix)
 
 void putMatrix(ByteWriter& writer)
 {
-    for (auto value : kIdentityMatrix) writer.putU32BE(value);
+    putMatrix(writer, kIdentityMatrix);
 }
 
 void putGraphicsMode(ByteWriter& writer)
@@ -66,7 +64,7 @@ HandlerDescription aliasDataHandler(std::uint32_t flagsMask)
 
 Bytes TrackAtoms::atom(std::uint32_t type, std::span<const std::uint8_t> payload)
 {
-    return editor_.createAtomOfType(type, payload);
+    return factory_.createAtomOfType(type, payload);
 }
 
 Bytes TrackAtoms::container(std::uint32_t type, std::initializer_list<std::reference_wrapper<const Bytes>> children)

@@ -1,4 +1,4 @@
-#include "tracks/ImageTrackLayout.h"
+#include "layout/ImageTrackLayout.h"
 
 #include "foundation/FourCC.h"
 
@@ -53,7 +53,7 @@ Bytes videoHandlerNameASCII()
     return pascalName(kVideoHandlerName);
 }
 
-ImageTrackBuilder::ImageTrackBuilder(QTDataEditor& editor, const ImageTrackShape& shape) : atoms_(editor)
+ImageTrackBuilder::ImageTrackBuilder(AtomFactory& factory, const ImageTrackShape& shape) : atoms_(factory)
 {
     tkhd_ = atoms_.tkhd({0x0F, shape.trackID, shape.duration, shape.trackSize, std::nullopt});
     edts_ = atoms_.edts(shape.duration);

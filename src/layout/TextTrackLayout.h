@@ -6,9 +6,8 @@
 
 #include <cstdint>
 
-#include "QTDataEditor.h"
-#include "tracks/TextStyle.h"
-#include "tracks/TrackAtoms.h"
+#include "layout/TextStyle.h"
+#include "layout/TrackAtoms.h"
 
 namespace quillora {
 
@@ -39,7 +38,7 @@ Bytes timedTextDescription(TrackAtoms& atoms, const TextStyle& style);
 class TextTrackBuilder {
 public:
     // Builds everything up to stsc. The style is read for timed text only.
-    TextTrackBuilder(QTDataEditor& editor, const TextTrackKind& kind, std::uint32_t duration, std::uint32_t trackID,
+    TextTrackBuilder(AtomFactory& factory, const TextTrackKind& kind, std::uint32_t duration, std::uint32_t trackID,
                      const TextStyle& style = {});
 
     // The finished trak.
