@@ -6,7 +6,7 @@
 #include <vips/vips8>
 
 #include "PublishTestSupport.h"
-#include "QuickTimePlugin/ImageLibrary.h"
+#include "images/ImageLibrary.h"
 #include "publish/Cover.h"
 #include "publish/PublishError.h"
 #include "publish/RecordingCover.h"

@@ -8,7 +8,7 @@
 #include <vector>
 #include <vips/vips8>
 
-#include "QuickTimePlugin/ImageLibrary.h"
+#include "images/ImageLibrary.h"
 #include "publish/PublishError.h"
 #include "publish/StagedOutput.h"
 
