@@ -2,12 +2,15 @@
 
 #include <fmt/format.h>
 
+#include <stdlib.h>
+
 #include <ostream>
 
 #include "ExitStatus.h"
 #include "ExportInputs.h"
 #include "InputChecks.h"
 #include "QuickTimePlugin/QuickTimePlugin.h"
+#include "RecordingPreparation.h"
 
 namespace quillora::app {
 
@@ -41,9 +44,24 @@ int runChapterXmlCommand(const ChapterXmlOptions& options, std::ostream& out, st
 {
     SilentUserInterface userInterface;  // the document is made without any window
     HostContext context;
+    // The times are counted on the recording as an export prepares it.
+    std::string scratch = (std::filesystem::temp_directory_path() / "quillora-XXXXXX").string();
+    if (!mkdtemp(scratch.data())) {
+        err << "quillora: no scratch folder can be made in the temporary folder\n";
+        return kExitFailed;
+    }
+    struct RemovedAtEnd {
+        std::filesystem::path folder;
+        ~RemovedAtEnd()
+        {
+            std::error_code ignored;
+            std::filesystem::remove_all(folder, ignored);
+        }
+    } removed{scratch};
     try {
-        checkRecording(options.recording, false);
-        context.tempFileRecordingPath = std::filesystem::absolute(options.recording).string();
+        const auto recording = prepareRecordingInScratch(options.recording, {}, scratch, err, false);
+        checkRecording(recording, false);
+        context.tempFileRecordingPath = recording.string();
         context.slideTransitions = readChapterTransitions(options.transitions);
         UserDefaults::setStandardUserDefaults(options.defaults ? readDefaults(*options.defaults) : UserDefaults());
     } catch (const InputError& failure) {

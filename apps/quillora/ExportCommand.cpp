@@ -13,6 +13,7 @@
 #include "ProgramFolder.h"
 #include "QuickTimePlugin/QuickTimePlugin.h"
 #include "QuickTimePlugin/QuilloraTemplate.h"
+#include "RecordingPreparation.h"
 #include "ResultDestination.h"
 #include "TerminalUserInterface.h"
 #include "ToolPipelineExport.h"
@@ -113,18 +114,21 @@ std::filesystem::path checkDestination(const std::filesystem::path& output, cons
 
 // Fills checked as far as the checks get, so that a refusal can still clean
 // up the scratch folder it made.
-void checkExport(const ExportOptions& options, CheckedExport& checked)
+void checkExport(const ExportOptions& options, CheckedExport& checked, std::ostream& out)
 {
     checked.params = exportParameters(options);
     checked.format = checked.params.stringForKey("format").value_or("");
     checkFormat(checked.format);
-    const RecordingFacts recording = checkRecording(options.recording, checked.format != ".mov");
     checked.inputs.push_back(options.recording);
-    checked.inputBytes = recording.bytes;
-
-    checked.context.tempFileRecordingPath = std::filesystem::absolute(options.recording).string();
     checked.context.tempProcessingFolderPath = prepareScratch(options.scratch);
     checked.scratchIsOurs = !options.scratch;
+
+    const auto prepared =
+        prepareRecordingInScratch(options.recording, {options.audioTrack, options.bitrate, options.loudness},
+                                  checked.context.tempProcessingFolderPath, out, options.verbose);
+    const RecordingFacts recording = checkRecording(prepared, checked.format != ".mov");
+    checked.inputBytes = recording.bytes;
+    checked.context.tempFileRecordingPath = prepared.string();
     const std::filesystem::path pictures = std::filesystem::path(checked.context.tempProcessingFolderPath) / "pictures";
     auto readList = [&](const std::filesystem::path& file, const char* folder) {
         Transitions list = readTransitions(file, pictures / folder, recording.duration);
@@ -161,7 +165,7 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
         if (checked.scratchIsOurs) std::filesystem::remove_all(checked.context.tempProcessingFolderPath, ignored);
     };
     try {
-        checkExport(options, checked);
+        checkExport(options, checked, out);
     } catch (const std::exception& failure) {  // InputError, or a filesystem_error while reading the inputs
         err << "quillora: " << failure.what() << "\n";
         removeOurScratch();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <iosfwd>
 #include <optional>
@@ -24,6 +25,11 @@ struct ExportOptions {
     bool keepScratch = false;
     std::vector<std::filesystem::path> pluginFolders;
     std::string pipeline = "in-place";  // or "tools"
+    // How the recording is prepared: which sound track, and for sound that
+    // is encoded, its bit rate and loudness.
+    std::optional<std::uint32_t> audioTrack;
+    std::optional<std::int64_t> bitrate;
+    std::optional<double> loudness;
 };
 
 // Exports a recording through the QuickTime plug-in module; returns the

@@ -47,7 +47,7 @@ std::string progressLine(const ProgressReport& report, std::size_t width)
     std::string line = fmt::format("  {:<{}} ", report.stage, kStageWidth - 1);
     if (report.unit == ProgressUnit::pictures) {
         line += fmt::format("slide {} of {}  {}", report.done, report.total, bar(report.done, report.total));
-    } else if (report.unit == ProgressUnit::bytes) {
+    } else if (report.unit == ProgressUnit::bytes || report.unit == ProgressUnit::fraction) {
         line += bar(report.done, report.total);
     }
     while (!line.empty() && line.back() == ' ') line.pop_back();

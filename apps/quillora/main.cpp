@@ -51,7 +51,9 @@ int main(int argc, char** argv)
     quillora::app::ExportOptions exportOptions;
     auto* exportCommand = app.add_subcommand(
         "export", "Publish a recording with its slide transitions and tags through the QuickTime plug-in");
-    exportCommand->add_option("--recording", exportOptions.recording, "The recording (AAC audio in an MPEG-4 file)")
+    exportCommand
+        ->add_option("--recording", exportOptions.recording,
+                     "The recording: an MPEG-4 or QuickTime file with sound, or MP3, WAV, AIFF, FLAC, Ogg...")
         ->required();
     exportCommand->add_option("--transitions", exportOptions.transitions,
                               "Slide transitions: a JSON array or property list of transition records");
@@ -74,6 +76,18 @@ int main(int argc, char** argv)
     exportCommand->add_flag("--keep-scratch", exportOptions.keepScratch,
                             "Keep the scratch folder that was made for the export (a --scratch folder is always kept)");
     exportCommand->add_option("--plugins", exportOptions.pluginFolders, "Folders to look for plug-in modules in");
+    exportCommand->add_option("--audio-track", exportOptions.audioTrack,
+                              "The ID of the sound track to publish (quillora inspect lists them); default: the first "
+                              "enabled sound track");
+    exportCommand
+        ->add_option("--bitrate", exportOptions.bitrate,
+                     "Bits per second of sound that is encoded to AAC (default 64000 mono, 96000 stereo); AAC and "
+                     "ALAC recordings are copied as they are")
+        ->check(CLI::Range(8000, 512000));
+    exportCommand
+        ->add_option("--loudness", exportOptions.loudness,
+                     "Encode the sound at this integrated loudness in LUFS (EBU R 128, e.g. -16), peaks under -1 dBTP")
+        ->check(CLI::Range(-70.0, -5.0));
     exportCommand
         ->add_option("--pipeline", exportOptions.pipeline,
                      "in-place (default): the working copy edited atom by atom; tools: ChapterTool and AtomicParsley "

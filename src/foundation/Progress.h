@@ -12,7 +12,8 @@
 
 namespace quillora {
 
-enum class ProgressUnit { none, bytes, pictures };
+// A fraction is reported in thousandths (done of total 1000).
+enum class ProgressUnit { none, bytes, pictures, fraction };
 
 struct ProgressReport {
     std::string stage;  // the step last begun; empty before the first

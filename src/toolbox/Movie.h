@@ -33,10 +33,11 @@ using OSErr = std::int16_t;
 inline constexpr Fixed kFixed1 = 0x00010000;
 inline constexpr TimeScale kDefaultMovieTimeScale = 600;
 
-// The file types a movie is written as: a QuickTime movie, and an MPEG-4
-// file of the handheld player's brand.
+// The file types a movie is written as: a QuickTime movie, an MPEG-4 file of
+// the handheld player's brand, and an MPEG-4 audio file.
 inline constexpr std::uint32_t kMovieFileType = fourCC("MooV");
 inline constexpr std::uint32_t kHandheldPlayerFileType = fourCC("M4V ");
+inline constexpr std::uint32_t kAudioFileType = fourCC("M4A ");
 
 using quillora::kIdentityMatrix;
 using quillora::Matrix;

@@ -33,8 +33,10 @@ std::optional<FileBrand> brandForExportType(std::uint32_t exportType)
     if (exportType == kMovieFileType) return FileBrand{fourCC("qt  "), kQuickTimeBrandVersion, {fourCC("qt  ")}};
     if (exportType == kHandheldPlayerFileType) {
         return FileBrand{
-            kHandheldPlayerFileType, 1, {kHandheldPlayerFileType, fourCC("M4A "), fourCC("mp42"), fourCC("isom")}};
+            kHandheldPlayerFileType, 1, {kHandheldPlayerFileType, kAudioFileType, fourCC("mp42"), fourCC("isom")}};
     }
+    if (exportType == kAudioFileType)
+        return FileBrand{kAudioFileType, 0, {kAudioFileType, fourCC("mp42"), fourCC("isom")}};
     return std::nullopt;
 }
 constexpr std::uint32_t kTrackInMovieAndPreview = 0x6;
