@@ -7,6 +7,7 @@
 #include <chrono>
 #include <ostream>
 
+#include "CompanionExport.h"
 #include "ExportInputs.h"
 #include "InputChecks.h"
 #include "PluginLoader.h"
@@ -20,6 +21,7 @@
 #include "foundation/NotificationCenter.h"
 #include "foundation/RunLoop.h"
 #include "host/ErrorStrings.h"
+#include "publish/RecordingShape.h"
 
 namespace quillora::app {
 
@@ -102,6 +104,8 @@ struct CheckedExport {
     std::optional<std::filesystem::path> destination;
     std::vector<std::filesystem::path> inputs;  // every file of the user's the export reads
     std::uintmax_t inputBytes = 0;
+    double recordingSeconds = 0;  // of the prepared recording
+    std::optional<std::filesystem::path> cover;
 };
 
 std::filesystem::path checkDestination(const std::filesystem::path& output, const CheckedExport& checked)
@@ -128,7 +132,18 @@ void checkExport(const ExportOptions& options, CheckedExport& checked, std::ostr
                                   checked.context.tempProcessingFolderPath, out, options.verbose);
     const RecordingFacts recording = checkRecording(prepared, checked.format != ".mov");
     checked.inputBytes = recording.bytes;
+    checked.recordingSeconds = static_cast<double>(recording.duration) / publish::kPodcastTimeScale;
     checked.context.tempFileRecordingPath = prepared.string();
+    checked.cover = options.cover;
+    if (auto tagged = checked.params.get("tags")->stringForKey("cover"); !checked.cover && tagged) {
+        checked.cover = options.tags ? options.tags->parent_path() / *tagged : std::filesystem::path(*tagged);
+    }
+    if (checked.cover) {
+        if (!std::filesystem::is_regular_file(*checked.cover)) {
+            throw InputError(fmt::format("The cover {} does not exist", checked.cover->string()));
+        }
+        checked.inputs.push_back(*checked.cover);
+    }
     const std::filesystem::path pictures = std::filesystem::path(checked.context.tempProcessingFolderPath) / "pictures";
     auto readList = [&](const std::filesystem::path& file, const char* folder) {
         Transitions list = readTransitions(file, pictures / folder, recording.duration);
@@ -249,13 +264,32 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
         err << "quillora: the export did not produce " << result->destination().string() << "\n";
         return keptFailure();
     }
+    std::vector<std::filesystem::path> companions;
+    try {
+        publish::CompanionRequest request{{}, options.baseUrl, options.bitrate};
+        for (const auto& name : options.also) request.companions.insert(*publish::companionNamed(name));
+        companions = addCoverAndCompanions(
+            {result->staged(), result->destination(), checked.format, context.slideTransitions,
+             checked.params.get("tags") ? *checked.params.get("tags") : Value(), options.recording,
+             context.tempFileRecordingPath, checked.recordingSeconds, checked.cover, context.tempProcessingFolderPath},
+            request);
+        userInterface.finishProgress();
+    } catch (const std::exception& failure) {
+        userInterface.finishProgress();
+        err << "quillora: " << failure.what() << "\n";
+        return keptFailure();
+    }
     try {
         result->deliver();
+        deliverCompanions(companions, result->destination().parent_path());
     } catch (const std::filesystem::filesystem_error& failure) {
         err << "quillora: " << failure.what() << "\n";
         return keptFailure();
     }
     out << "Exported " << result->destination().string() << "\n";
+    for (const auto& companion : companions) {
+        out << "Wrote " << (result->destination().parent_path() / companion.filename()).string() << "\n";
+    }
     if (checked.scratchIsOurs && !options.keepScratch) {
         removeOurScratch();
     } else {

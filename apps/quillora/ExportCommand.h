@@ -30,6 +30,11 @@ struct ExportOptions {
     std::optional<std::uint32_t> audioTrack;
     std::optional<std::int64_t> bitrate;
     std::optional<double> loudness;
+    // Companions beside the output ("chapters-json", "webvtt", "web", "mp3"),
+    // where they are published, and the episode artwork.
+    std::vector<std::string> also;
+    std::string baseUrl;
+    std::optional<std::filesystem::path> cover;
 };
 
 // Exports a recording through the QuickTime plug-in module; returns the

@@ -85,6 +85,17 @@ int main(int argc, char** argv)
                      "ALAC recordings are copied as they are")
         ->check(CLI::Range(8000, 512000));
     exportCommand
+        ->add_option("--also", exportOptions.also,
+                     "Companion files beside the output: chapters-json (Podcasting 2.0 chapters and the slide "
+                     "pictures), webvtt, web (a page that plays the lecture with its slides), mp3 (with ID3 chapters)")
+        ->delimiter(',')
+        ->check(CLI::IsMember({"chapters-json", "webvtt", "web", "mp3"}));
+    exportCommand->add_option("--base-url", exportOptions.baseUrl,
+                              "The URL of the folder the files are published in, for the chapters file's pictures");
+    exportCommand->add_option("--cover", exportOptions.cover,
+                              "The episode artwork (any picture; made a square JPEG); default: the tag \"cover\", "
+                              "else the recording's own");
+    exportCommand
         ->add_option("--loudness", exportOptions.loudness,
                      "Encode the sound at this integrated loudness in LUFS (EBU R 128, e.g. -16), peaks under -1 dBTP")
         ->check(CLI::Range(-70.0, -5.0));
