@@ -73,8 +73,12 @@ TEST(AacEncoding, EveryCommonFormatBecomesAacLcAsLongAsItsInput)
         const double inputSeconds = decodedSeconds(input);
         const double aacFrame = 1024.0 / rate;
         EXPECT_NEAR(inputSeconds, 6, 0.05);
-        EXPECT_NEAR(probed.durationSeconds, inputSeconds, aacFrame);
-        EXPECT_NEAR(decodedSeconds(output), inputSeconds, aacFrame);
+        // The edit list gives the exact length; a decoder that ignores its
+        // end plays the last frame whole.
+        EXPECT_NEAR(probed.durationSeconds, inputSeconds, 0.002);
+        const double outputSeconds = decodedSeconds(output);
+        EXPECT_GT(outputSeconds, inputSeconds - 0.002);
+        EXPECT_LT(outputSeconds, inputSeconds + aacFrame);
         // Narrow-band sound cannot take the full rate; the encoder caps it.
         if (rate >= 22050) {
             EXPECT_NEAR(probed.bitrate, channels == 1 ? 64000 : 96000, 8000);
