@@ -3,6 +3,8 @@
 // is followed by a line beginning with a backslash that holds the range.
 #include <fmt/format.h>
 
+#include <optional>
+
 #include "publish/ChapterFormats.h"
 #include "publish/ChapterTimes.h"
 
@@ -13,7 +15,29 @@ namespace {
 constexpr std::string_view kExpectedLabel =
     "a label: start and end in seconds and the label, separated by tabs (such as 320.5<TAB>320.5<TAB>Title)";
 
+struct Label {
+    double start = 0;
+    double end = 0;
+    std::string_view text;
+};
+
+std::optional<Label> labelOf(std::string_view line)
+{
+    const std::size_t firstTab = line.find('\t');
+    if (firstTab == std::string_view::npos) return std::nullopt;
+    const std::size_t secondTab = line.find('\t', firstTab + 1);
+    const auto start = decimalSeconds(line.substr(0, firstTab));
+    const auto end = decimalSeconds(line.substr(firstTab + 1, secondTab - firstTab - 1));
+    if (!start || !end) return std::nullopt;
+    return Label{*start, *end, secondTab == std::string_view::npos ? "" : line.substr(secondTab + 1)};
+}
+
 }  // namespace
+
+bool isAudacityLabel(std::string_view line)
+{
+    return labelOf(line).has_value();
+}
 
 std::vector<PlacedMark> readAudacityLabels(const ChapterText& text)
 {
@@ -21,15 +45,10 @@ std::vector<PlacedMark> readAudacityLabels(const ChapterText& text)
     for (std::size_t number = 1; number <= text.lineCount(); ++number) {
         const std::string_view line = text.line(number);
         if (isBlank(line) || line.starts_with('\\')) continue;
-        const std::size_t firstTab = line.find('\t');
-        if (firstTab == std::string_view::npos) text.refuse(number, kExpectedLabel);
-        const std::size_t secondTab = line.find('\t', firstTab + 1);
-        const auto start = decimalSeconds(line.substr(0, firstTab));
-        const auto end = decimalSeconds(line.substr(firstTab + 1, secondTab - firstTab - 1));
-        if (!start || !end) text.refuse(number, kExpectedLabel);
-        if (*end < *start) text.refuse(number, "an end time that is not before the start time");
-        const std::string_view label = secondTab == std::string_view::npos ? "" : line.substr(secondTab + 1);
-        marks.push_back({ChapterMark{*start, std::string(label), {}, {}}, fmt::format("line {}", number)});
+        const auto label = labelOf(line);
+        if (!label) text.refuse(number, kExpectedLabel);
+        if (label->end < label->start) text.refuse(number, "an end time that is not before the start time");
+        marks.push_back({ChapterMark{label->start, std::string(label->text), {}, {}}, fmt::format("line {}", number)});
     }
     return marks;
 }

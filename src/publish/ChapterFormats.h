@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "publish/ChapterMarks.h"
@@ -16,6 +17,11 @@ struct PlacedMark {
     ChapterMark mark;
     std::string place;  // "line 7", "chapter 3"
 };
+
+// Whether a line is one of the format's, for telling the formats apart.
+bool isAudacityLabel(std::string_view line);
+bool isTimestampLine(std::string_view line);
+bool isWebVTTSignature(std::string_view line);
 
 // start<TAB>end<TAB>label lines in seconds; spectral lines ("\...") skipped.
 std::vector<PlacedMark> readAudacityLabels(const ChapterText& text);

@@ -13,7 +13,6 @@
 #include "foundation/FourCC.h"
 #include "foundation/PropertyList.h"
 #include "publish/ChapterFormats.h"
-#include "publish/ChapterTimes.h"
 
 namespace quillora::publish {
 
@@ -53,21 +52,6 @@ bool looksLikeMovie(std::string_view head)
     return std::find(kFirstAtoms.begin(), kFirstAtoms.end(), type) != kFirstAtoms.end();
 }
 
-bool isAudacityLabel(std::string_view line)
-{
-    const std::size_t firstTab = line.find('\t');
-    if (firstTab == std::string_view::npos) return false;
-    const std::size_t secondTab = line.find('\t', firstTab + 1);
-    return decimalSeconds(line.substr(0, firstTab)) &&
-           decimalSeconds(line.substr(firstTab + 1, secondTab - firstTab - 1));
-}
-
-bool beginsWithClockTime(std::string_view line)
-{
-    if (line.starts_with('[')) line.remove_prefix(1);
-    return takeClockTime(line).has_value();
-}
-
 // Told by the first line that is not blank.
 std::optional<TextFormat> textFormatOf(const ChapterText& text)
 {
@@ -76,10 +60,10 @@ std::optional<TextFormat> textFormatOf(const ChapterText& text)
         const std::string_view line = text.line(number);
         if (isBlank(line)) continue;
         if (line.starts_with(";FFMETADATA")) return TextFormat::FFmpegMetadata;
-        if (line == "WEBVTT" || line.starts_with("WEBVTT ") || line.starts_with("WEBVTT\t")) return TextFormat::WebVTT;
+        if (isWebVTTSignature(line)) return TextFormat::WebVTT;
         if (trimmed(line).starts_with('{')) return TextFormat::JSON;
         if (isAudacityLabel(line)) return TextFormat::AudacityLabels;
-        if (beginsWithClockTime(trimmed(line))) return TextFormat::TimestampList;
+        if (isTimestampLine(line)) return TextFormat::TimestampList;
         return std::nullopt;
     }
     return std::nullopt;

@@ -33,6 +33,13 @@ std::string_view withoutDash(std::string_view title)
 
 }  // namespace
 
+bool isTimestampLine(std::string_view line)
+{
+    line = trimmed(line);
+    if (line.starts_with('[')) line.remove_prefix(1);
+    return takeClockTime(line).has_value();
+}
+
 std::vector<PlacedMark> readTimestampList(const ChapterText& text)
 {
     std::vector<PlacedMark> marks;

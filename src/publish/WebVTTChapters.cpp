@@ -70,6 +70,11 @@ double cueStart(const ChapterText& text, std::size_t number)
 
 }  // namespace
 
+bool isWebVTTSignature(std::string_view line)
+{
+    return isBlockOf(line, "WEBVTT");
+}
+
 std::vector<PlacedMark> readWebVTTChapters(const ChapterText& text)
 {
     std::vector<PlacedMark> marks;
