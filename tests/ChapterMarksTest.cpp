@@ -202,6 +202,7 @@ TEST(ChapterMarks, RefusesFilesItCannotReadSayingWhereAndWhat)
         {"00:00 Welcome\n5:20 Part one\n\n5:2 Part two\n", {"line 4", "expected a time such as 05:20"}},
         {"[00:00] Welcome\n[05:20 Part one\n", {"line 2", "']'"}},
         {"00:00 Welcome\n05:20:75 Part one\n", {"line 2", "expected a time"}},
+        {"00:00 Welcome\n00:00:04444444444444444444 Long\n", {"line 2", "expected a time"}},
         {"00:00 Welcome\n05:20-Part one\n", {"line 2", "a blank between the time and the title"}},
         {"00:00 Welcome\n05:20 Part one\n1:00:00 Part two\n05:20.000 Again\n", {"line 2 and line 4", "own"}},
         {"0.0\t0.0\tOne\n1,5\t1,5\tTwo\n", {"line 2", "in seconds", "tabs"}},

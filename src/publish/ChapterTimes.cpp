@@ -48,8 +48,9 @@ std::optional<double> takeClockTime(std::string_view& text)
     if (fields.size() < 2 || fields[0].empty() || fields[0].size() > kMostLeadingDigits) return std::nullopt;
     std::int64_t seconds = numberOf(fields[0]);
     for (std::size_t i = 1; i < fields.size(); ++i) {
+        if (fields[i].size() != 2) return std::nullopt;
         const std::int64_t part = numberOf(fields[i]);
-        if (fields[i].size() != 2 || part >= kSecondsPerMinute) return std::nullopt;
+        if (part >= kSecondsPerMinute) return std::nullopt;
         seconds = seconds * kSecondsPerMinute + part;
     }
     double fraction = 0;
