@@ -1,17 +1,21 @@
 // Reading a lecturer's chapter marks: each format as a small file (the
 // MPEG-4 ones made by ffmpeg from the same metadata file we read ourselves,
-// so its reading of the escapes checks ours), the files we refuse, and the
-// transition records made from the marks, exported and read back by ffprobe.
+// so its reading of the escapes checks ours; our own companion files read
+// back), the files we refuse, and the transition records made from the
+// marks, exported and read back by ffprobe.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <functional>
 #include <sstream>
 
+#include "PublishTestSupport.h"
 #include "TestSupport.h"
 #include "foundation/Log.h"
 #include "foundation/PropertyList.h"
 #include "publish/ChapterMarks.h"
+#include "publish/ChaptersJson.h"
+#include "publish/WebVtt.h"
 
 using namespace quillora;
 using publish::ChapterMark;
@@ -157,6 +161,20 @@ TEST(ChapterMarks, ReadsEachFormatFromItsContent)
                {"startTime": 30, "img": "https://example.org/two.png", "url": ""}]})"),
          {{0, "Intro", {}, "slides/one.png"}, {30, ""}, {75.5, "Hidden", "https://example.org/a"}},
          "https://example.org/two.png"},
+        {"our own WebVTT companion",
+         [](const std::filesystem::path& folder) {
+             publish::writeWebVtt(test::sampleLecture(), folder / "talk.chapters.vtt");
+             return folder / "talk.chapters.vtt";
+         },
+         {{0, "Welcome & <overview>"}, {3.5, "Fourier s\xC3\xA9ries \"done\""}, {7.25, "Questions"}}},
+        {"our own JSON companion, its pictures in a folder whose name is escaped",
+         [](const std::filesystem::path& folder) {
+             publish::writeChaptersJson(test::sampleLecture(), folder / "talk.chapters.json", folder / "the slides");
+             return folder / "talk.chapters.json";
+         },
+         {{0, "Welcome & <overview>", "https://example.org/course?week=3&part=1", "the slides/01.jpg"},
+          {3.5, "Fourier s\xC3\xA9ries \"done\"", {}, "the slides/02.png"},
+          {7.25, "Questions"}}},
         {"FFmpeg metadata", text("chapters.m4a", std::string(kFFmpegMetadata)), kFFmpegMetadataMarks},
         {"MPEG-4 by ffmpeg: the chapter track wins over a chapter list that differs",
          [](const std::filesystem::path& folder) {

@@ -12,7 +12,8 @@
 #include "QuickTimePlugin/TransitionKeys.h"
 #include "foundation/FourCC.h"
 #include "foundation/PropertyList.h"
-#include "publish/ChapterFormats.h"
+#include "publish/ChapterFileReaders.h"
+#include "publish/ClockTime.h"
 
 namespace quillora::publish {
 
@@ -26,7 +27,7 @@ constexpr std::uintmax_t kLargestTextFile = 16 * 1024 * 1024;
 constexpr std::array<std::uint32_t, 7> kFirstAtoms{atom::ftyp,     atom::moov,     atom::mdat,    atom::free,
                                                    fourCC("skip"), fourCC("wide"), fourCC("pnot")};
 
-enum class TextFormat { AudacityLabels, TimestampList, WebVTT, JSON, FFmpegMetadata };
+enum class TextFormat { AudacityLabels, TimestampList, WebVtt, ChaptersJson, FFmpegMetadata };
 
 [[noreturn]] void refuseFormat(const std::filesystem::path& file)
 {
@@ -60,8 +61,8 @@ std::optional<TextFormat> textFormatOf(const ChapterText& text)
         const std::string_view line = text.line(number);
         if (isBlank(line)) continue;
         if (line.starts_with(";FFMETADATA")) return TextFormat::FFmpegMetadata;
-        if (isWebVTTSignature(line)) return TextFormat::WebVTT;
-        if (trimmed(line).starts_with('{')) return TextFormat::JSON;
+        if (isWebVttSignature(line)) return TextFormat::WebVtt;
+        if (trimmed(line).starts_with('{')) return TextFormat::ChaptersJson;
         if (isAudacityLabel(line)) return TextFormat::AudacityLabels;
         if (isTimestampLine(line)) return TextFormat::TimestampList;
         return std::nullopt;
@@ -88,10 +89,10 @@ std::vector<PlacedMark> readTextChapters(const std::filesystem::path& file)
         return readAudacityLabels(text);
     case TextFormat::TimestampList:
         return readTimestampList(text);
-    case TextFormat::WebVTT:
-        return readWebVTTChapters(text);
-    case TextFormat::JSON:
-        return readJSONChapters(text);
+    case TextFormat::WebVtt:
+        return readWebVttChapters(text);
+    case TextFormat::ChaptersJson:
+        return readChaptersJson(text);
     case TextFormat::FFmpegMetadata:
         return readFFmpegMetadataChapters(text);
     }
@@ -117,9 +118,9 @@ std::vector<ChapterMark> orderedMarks(std::vector<PlacedMark> placed, const std:
         return a.mark.start == b.mark.start;
     });
     if (same != placed.end()) {
-        throw ChapterMarksError(fmt::format("{}, {} and {}: two chapters start at {:.3f} s; give each chapter a time "
-                                            "of its own",
-                                            file.string(), same->place, std::next(same)->place, same->mark.start));
+        throw ChapterMarksError(
+            fmt::format("{}, {} and {}: two chapters start at {}; give each chapter a time of its own", file.string(),
+                        same->place, std::next(same)->place, clockTime(same->mark.start)));
     }
     std::vector<ChapterMark> marks;
     marks.reserve(placed.size());

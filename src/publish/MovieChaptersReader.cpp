@@ -5,7 +5,7 @@
 
 #include "foundation/FileHandle.h"
 #include "foundation/Log.h"
-#include "publish/ChapterFormats.h"
+#include "publish/ChapterFileReaders.h"
 #include "toolbox/MovieContents.h"
 
 namespace quillora::publish {

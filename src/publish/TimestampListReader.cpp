@@ -4,8 +4,8 @@
 
 #include <fmt/format.h>
 
-#include "publish/ChapterFormats.h"
-#include "publish/ChapterTimes.h"
+#include "publish/ChapterFileReaders.h"
+#include "publish/ClockTime.h"
 
 namespace quillora::publish {
 

@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "publish/ChapterFormats.h"
+#include "publish/ChapterFileReaders.h"
 
 namespace quillora::publish {
 

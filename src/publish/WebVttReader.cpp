@@ -6,8 +6,8 @@
 #include <array>
 #include <utility>
 
-#include "publish/ChapterFormats.h"
-#include "publish/ChapterTimes.h"
+#include "publish/ChapterFileReaders.h"
+#include "publish/ClockTime.h"
 
 namespace quillora::publish {
 
@@ -70,12 +70,12 @@ double cueStart(const ChapterText& text, std::size_t number)
 
 }  // namespace
 
-bool isWebVTTSignature(std::string_view line)
+bool isWebVttSignature(std::string_view line)
 {
     return isBlockOf(line, "WEBVTT");
 }
 
-std::vector<PlacedMark> readWebVTTChapters(const ChapterText& text)
+std::vector<PlacedMark> readWebVttChapters(const ChapterText& text)
 {
     std::vector<PlacedMark> marks;
     const std::size_t last = text.lineCount();

@@ -3,10 +3,11 @@
 // is followed by a line beginning with a backslash that holds the range.
 #include <fmt/format.h>
 
+#include <charconv>
+#include <cmath>
 #include <optional>
 
-#include "publish/ChapterFormats.h"
-#include "publish/ChapterTimes.h"
+#include "publish/ChapterFileReaders.h"
 
 namespace quillora::publish {
 
@@ -14,6 +15,17 @@ namespace {
 
 constexpr std::string_view kExpectedLabel =
     "a label: start and end in seconds and the label, separated by tabs (such as 320.5<TAB>320.5<TAB>Title)";
+
+// The whole text as a decimal number of seconds ("320.500000", "-1.5"), as
+// written regardless of the locale.
+std::optional<double> decimalSeconds(std::string_view text)
+{
+    double seconds = 0;
+    const auto [end, error] =
+        std::from_chars(text.data(), text.data() + text.size(), seconds, std::chars_format::fixed);
+    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(seconds)) return std::nullopt;
+    return seconds;
+}
 
 struct Label {
     double start = 0;

@@ -9,7 +9,8 @@
 #include <optional>
 
 #include "foundation/Log.h"
-#include "publish/ChapterFormats.h"
+#include "publish/ChapterFileReaders.h"
+#include "publish/TextEscaping.h"
 
 namespace quillora::publish {
 
@@ -40,8 +41,8 @@ std::optional<std::string> optionalText(const Json& chapter, const char* key, co
     return found->get<std::string>();
 }
 
-// A picture given by a web address cannot be fetched here; a path is taken
-// from the chapter file's folder.
+// A picture given by a web address cannot be fetched here; a relative URL is
+// a file taken from the chapter file's folder.
 std::optional<std::filesystem::path> localPicture(const std::string& image, const std::filesystem::path& file,
                                                   const std::string& where)
 {
@@ -51,13 +52,13 @@ std::optional<std::filesystem::path> localPicture(const std::string& image, cons
              image);
         return std::nullopt;
     }
-    const std::filesystem::path picture = image;
+    const std::filesystem::path picture = pathFromUrlPath(image);
     return picture.is_absolute() ? picture : std::filesystem::absolute(file).parent_path() / picture;
 }
 
 }  // namespace
 
-std::vector<PlacedMark> readJSONChapters(const ChapterText& text)
+std::vector<PlacedMark> readChaptersJson(const ChapterText& text)
 {
     const std::string file = text.file().string();
     Json document;
