@@ -9,6 +9,7 @@
 #include "foundation/FileHandle.h"
 #include "foundation/FourCC.h"
 #include "toolbox/AtomTree.h"
+#include "toolbox/ChapterListReader.h"
 #include "toolbox/MetaDataAtoms.h"
 #include "toolbox/Movie.h"
 #include "toolbox/SampleTable.h"
@@ -171,6 +172,7 @@ MovieContents readMovieContents(const std::filesystem::path& path)
     contents.problems = tree.problems;
     contents.timeScale = movie->timeScale();
     contents.seconds = movie->timeScale() == 0 ? 0 : static_cast<double>(movie->duration()) / movie->timeScale();
+    contents.chapterList = readChapterList(file, tree, contents.problems);
 
     std::vector<ListedTrack> tracks;
     for (const auto& trak : tree.childrenOf(*tree.find({atom::moov}))) {

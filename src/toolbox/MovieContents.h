@@ -55,6 +55,7 @@ struct MovieContents {
     double seconds = 0;
     std::vector<TrackSummary> tracks;
     TextTrackContents chapters;  // the text track the first track's 'chap' reference names
+    std::vector<TimedText> chapterList;  // 'chpl' in the movie's user data (starts and names only)
     std::vector<PictureTrack> pictures;
     TextTrackContents links;  // a text track whose samples carry 'href' atoms
     TextTrackContents notes;  // any other text track
