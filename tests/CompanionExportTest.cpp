@@ -47,6 +47,14 @@ TEST(CompanionExport, EveryCompanionLandsBesideThePodcastAndIsRead)
     EXPECT_TRUE(std::filesystem::is_regular_file(folder.path() / "Lecture 1.chapters.vtt"));
     EXPECT_TRUE(std::filesystem::is_regular_file(folder.path() / "Lecture 1.html"));
 
+    // inspect tells what each app will find beside the podcast.
+    const auto inspected = runQuillora("inspect " + shellQuote(output.string()));
+    for (const char* line : {"Lecture 1.chapters.json  6 chapters, 6 pictures, 2 links",
+                             "Lecture 1.chapters.vtt  6 chapters, 0 pictures, 0 links",
+                             "Lecture 1.mp3  6 chapters, 6 pictures, 2 links"}) {
+        EXPECT_NE(inspected.output.find(line), std::string::npos) << line << "\n" << inspected.output;
+    }
+
     // The cover in the podcast, square and at least 1400 pixels.
     const auto covr = runCommand("/usr/bin/python3 -c " +
                                  shellQuote("import mutagen.mp4,sys; c=mutagen.mp4.MP4(sys.argv[1]).tags['covr'][0]; "

@@ -4,6 +4,7 @@
 
 #include "foundation/FileHandle.h"
 #include "foundation/FourCC.h"
+#include "publish/CompanionSummary.h"
 #include "toolbox/MovieContents.h"
 
 namespace quillora::app {
@@ -54,6 +55,24 @@ void printContents(std::ostream& out, const toolbox::MovieContents& contents)
     }
 }
 
+// What the other apps will find beside the file.
+void printCompanions(std::ostream& out, const std::vector<publish::CompanionSummary>& companions)
+{
+    if (companions.empty()) return;
+    out << fmt::format("\nBeside it ({})\n", companions.size());
+    for (const auto& companion : companions) {
+        const std::string name = companion.file.filename().string();
+        if (companion.problem) {
+            out << fmt::format("  {}  cannot be read: {}\n", name, *companion.problem);
+        } else if (companion.file.extension() == ".html") {
+            out << fmt::format("  {}  a web page of the lecture\n", name);
+        } else {
+            out << fmt::format("  {}  {} chapters, {} pictures, {} links\n", name, companion.chapters,
+                               companion.pictures, companion.links);
+        }
+    }
+}
+
 }  // namespace
 
 int runInspectCommand(const std::filesystem::path& path, std::ostream& out, std::ostream& err)
@@ -69,6 +88,7 @@ int runInspectCommand(const std::filesystem::path& path, std::ostream& out, std:
         return 1;
     }
     printContents(out, contents);
+    printCompanions(out, publish::summarizeCompanions(path));
     for (const auto& problem : contents.problems) err << "quillora: warning: " << problem << "\n";
     return contents.problems.empty() ? 0 : 2;
 }
