@@ -137,7 +137,8 @@ std::vector<TagItem> readTags(FileHandle& file, const AtomTree& tree)
 {
     std::vector<TagItem> tags;
     auto ilst = tree.find({atom::moov, atom::udta, atom::meta, atom::ilst});
-    if (!ilst) return tags;
+    // Keyed items are the movie's own; they are listed with those.
+    if (!ilst || tree.find({atom::moov, atom::udta, atom::meta, fourCC("keys")})) return tags;
     for (const auto& item : tree.childrenOf(*ilst)) {
         auto data = descend(tree, item, {kItemData});
         tags.push_back(TagItem{item.type, data ? tagValue(item.type, readAtomPayload(file, *data)) : "", ""});
