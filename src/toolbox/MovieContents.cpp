@@ -181,10 +181,21 @@ MovieContents readMovieContents(const std::filesystem::path& path)
                                      track.duration(), trak,
                                      descend(tree, trak, {atom::mdia, atom::minf, atom::stbl})});
     }
-    for (const auto& track : tracks) {
+    for (std::size_t i = 0; i < tracks.size(); ++i) {
+        const auto& track = tracks[i];
+        const Media* media = movie->tracks()[i]->media.get();
+        // A fragmented file's samples are counted in its fragments too.
+        const auto count = media ? static_cast<std::uint32_t>(media->samples().size())
+                                 : (track.stbl ? sampleCount(file, tree, *track.stbl) : 0);
         contents.tracks.push_back(
-            TrackSummary{track.trackID, track.handlerType, track.stbl ? sampleCount(file, tree, *track.stbl) : 0,
+            TrackSummary{track.trackID, track.handlerType, count,
                          contents.timeScale == 0 ? 0 : static_cast<double>(track.duration) / contents.timeScale});
+        // Text tracks are checked sample by sample as they are read below.
+        if (!media || isTextHandler(track.handlerType)) continue;
+        for (const auto& problem : media->problems()) {
+            if (std::find(tree.problems.begin(), tree.problems.end(), problem) != tree.problems.end()) continue;
+            contents.problems.push_back(fmt::format("track {}: {}", track.trackID, problem));
+        }
     }
     if (tracks.empty()) return contents;
 
