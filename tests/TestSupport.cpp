@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -152,7 +153,9 @@ std::vector<std::string> audioPacketHashes(const std::filesystem::path& path)
             .output);
     std::vector<std::string> hashes;
     for (std::string line; std::getline(lines, line);) {
-        if (!line.empty() && line[0] != '#') hashes.push_back(line.substr(line.rfind(',') + 1));
+        // Packet lines start with the stream index; others are comments and complaints.
+        if (!line.empty() && std::isdigit(static_cast<unsigned char>(line[0])))
+            hashes.push_back(line.substr(line.rfind(',') + 1));
     }
     return hashes;
 }

@@ -45,8 +45,15 @@ int runExportDeviceCommand(const std::filesystem::path& moviePath, const std::fi
         err << "quillora: cannot read " << moviePath.string() << ": " << problem << "\n";
         return kExitFailed;
     }
-    if (!movie->trackOfMediaType(fourCC("soun"))) {
+    const toolbox::Track* sound = movie->trackOfMediaType(fourCC("soun"));
+    if (!sound) {
         err << "quillora: " << moviePath.string() << " has no sound track to export\n";
+        return kExitRefused;
+    }
+    if (const auto problems = sound->media->problems(); !problems.empty()) {
+        err << fmt::format("quillora: the sound track of {} is damaged ({}); nothing was exported. Export the "
+                           "recording again from the program that made it\n",
+                           moviePath.string(), fmt::join(problems, "; "));
         return kExitRefused;
     }
     // Beside the output, so that the final rename stays on one file system.

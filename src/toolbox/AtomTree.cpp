@@ -27,31 +27,46 @@ void readLevel(FileHandle& file, std::int64_t begin, std::int64_t end, int depth
     std::int64_t offset = begin;
     while (offset + 8 <= end) {
         file.seekToFileOffset(offset);
-        Bytes header = file.readDataOfLength(8);
+        Bytes header = file.readDataOfLength(static_cast<std::size_t>(std::min<std::int64_t>(16, end - offset)));
         if (header.size() < 8) break;
-        std::int64_t size = readU32BE(header.data());
+        std::uint64_t size = readU32BE(header.data());
         const std::uint32_t type = readU32BE(header.data() + 4);
-        if (size == 0 && depth == 0) size = end - offset;  // runs to the end of the file
+        std::int64_t headerSize = 8;
+        if (size == 1 && header.size() == 16) {
+            // Media data of 4 GiB or more: a 64-bit size follows the type.
+            size = (std::uint64_t{readU32BE(header.data() + 8)} << 32) | readU32BE(header.data() + 12);
+            headerSize = 16;
+        } else if (size == 0 && depth == 0) {
+            size = static_cast<std::uint64_t>(end - offset);  // runs to the end of the file
+        }
         // The items of a movie's own metadata list are named by key index.
         const bool namedByIndex = parentType == atom::ilst;
-        if (size < 8 || offset + size > end || (!namedByIndex && !plausibleType(type))) {
+        if (size < static_cast<std::uint64_t>(headerSize) || (!namedByIndex && !plausibleType(type)) ||
+            (size > static_cast<std::uint64_t>(end - offset) && depth > 0)) {
             tree.problems.push_back(
                 fmt::format("bad atom header at offset {} (size {}, type {:08x})", offset, size, type));
             return;
         }
-        AtomNode node{type, offset, size, depth, 0};
-        auto childStart = childOffsetOfContainer(type, parentType);
-        if (type == atom::meta && size >= 16) {
-            // A movie's own 'meta' has no version and flags: its handler follows the header.
-            file.seekToFileOffset(offset + 12);
-            const Bytes next = file.readDataOfLength(4);
-            if (next.size() == 4 && readU32BE(next.data()) == atom::hdlr) childStart = 8;
+        if (size > static_cast<std::uint64_t>(end - offset)) {
+            tree.cutShort = true;
+            tree.problems.push_back(
+                fmt::format("the file is cut short: the '{}' atom at offset {} has {} of its {} bytes",
+                            stringFromFourCC(type), offset, end - offset, size));
+            return;
         }
-        if (childStart) node.childrenOffset = offset + *childStart;
+        AtomNode node{type, offset, static_cast<std::int64_t>(size), depth, 0, headerSize};
+        auto childStart = childOffsetOfContainer(type, parentType);
+        if (type == atom::meta && node.payloadSize() >= 8) {
+            // A movie's own 'meta' has no version and flags: its handler follows the header.
+            file.seekToFileOffset(node.payloadOffset() + 4);
+            const Bytes next = file.readDataOfLength(4);
+            if (next.size() == 4 && readU32BE(next.data()) == atom::hdlr) childStart = 0;
+        }
+        if (childStart) node.childrenOffset = node.payloadOffset() + *childStart;
         tree.atoms.push_back(node);
         if (childStart && depth < kMaximumDepth)
-            readLevel(file, offset + *childStart, offset + size, depth + 1, type, tree);
-        offset += size;
+            readLevel(file, node.childrenOffset, offset + node.size, depth + 1, type, tree);
+        offset += node.size;
     }
     if (offset != end && offset + 8 > end && offset < end) {
         tree.problems.push_back(fmt::format("{} stray bytes at offset {}", end - offset, offset));
@@ -63,7 +78,7 @@ void readLevel(FileHandle& file, std::int64_t begin, std::int64_t end, int depth
 std::optional<std::int64_t> childOffsetOfContainer(std::uint32_t type, std::uint32_t parentType)
 {
     // Every item of an iTunes list holds 'data' children.
-    if (parentType == atom::ilst) return 8;
+    if (parentType == atom::ilst) return 0;
     switch (type) {
     case atom::moov:
     case atom::trak:
@@ -76,9 +91,12 @@ std::optional<std::int64_t> childOffsetOfContainer(std::uint32_t type, std::uint
     case atom::ilst:
     case fourCC("dinf"):
     case fourCC("tapt"):  // a track's sizes per aperture mode
-        return 8;
+    case fourCC("mvex"):  // the defaults of a fragmented file's tracks
+    case fourCC("moof"):  // a fragment of a file written as it was recorded
+    case fourCC("traf"):
+        return 0;
     case atom::meta:
-        return 12;
+        return 4;  // past its version and flags
     default:
         return std::nullopt;
     }

@@ -78,15 +78,12 @@ std::vector<Bytes> readKeys(const Bytes& keys)
     return names;
 }
 
-void readNative(FileHandle& file, const AtomTree& tree, std::vector<MetaDataItem>& items)
+// Items named by their key's index in the 'keys' table.
+void readKeyed(FileHandle& file, const AtomTree& tree, const AtomNode& keys, const AtomNode& ilst,
+               std::vector<MetaDataItem>& items)
 {
-    auto meta = tree.find({atom::moov, atom::meta});
-    if (!meta) return;
-    auto keys = tree.childOfType(*meta, kKeys);
-    auto ilst = tree.childOfType(*meta, atom::ilst);
-    if (!keys || !ilst) return;
-    const auto names = readKeys(readAtomPayload(file, *keys));
-    for (const auto& node : tree.childrenOf(*ilst)) {
+    const auto names = readKeys(readAtomPayload(file, keys));
+    for (const auto& node : tree.childrenOf(ilst)) {
         if (node.type == 0 || node.type > names.size()) continue;
         MetaDataItem item{
             kQTMetaDataStorageFormatQuickTime, kQTMetaDataKeyFormatQuickTime, names[node.type - 1], 0, {}, {}};
@@ -94,11 +91,9 @@ void readNative(FileHandle& file, const AtomTree& tree, std::vector<MetaDataItem
     }
 }
 
-void readITunes(FileHandle& file, const AtomTree& tree, std::vector<MetaDataItem>& items)
+void readITunes(FileHandle& file, const AtomTree& tree, const AtomNode& ilst, std::vector<MetaDataItem>& items)
 {
-    auto ilst = tree.find({atom::moov, atom::udta, atom::meta, atom::ilst});
-    if (!ilst) return;
-    for (const auto& node : tree.childrenOf(*ilst)) {
+    for (const auto& node : tree.childrenOf(ilst)) {
         MetaDataItem item{kQTMetaDataStorageFormatiTunes, kQTMetaDataKeyFormatiTunesShortForm, {}, 0, {}, {}};
         if (node.type == kLongItem) {
             item.keyFormat = kQTMetaDataKeyFormatiTunesLongForm;
@@ -115,13 +110,26 @@ void readITunes(FileHandle& file, const AtomTree& tree, std::vector<MetaDataItem
     }
 }
 
+// A 'meta' with a 'keys' table holds keyed items wherever it is (recorders
+// put it in the user data too); one without holds iTunes items.
+void readMeta(FileHandle& file, const AtomTree& tree, const AtomNode& meta, std::vector<MetaDataItem>& items)
+{
+    auto ilst = tree.childOfType(meta, atom::ilst);
+    if (!ilst) return;
+    if (auto keys = tree.childOfType(meta, kKeys)) {
+        readKeyed(file, tree, *keys, *ilst, items);
+    } else {
+        readITunes(file, tree, *ilst, items);
+    }
+}
+
 }  // namespace
 
 std::vector<MetaDataItem> readMetaDataItems(FileHandle& file, const AtomTree& tree)
 {
     std::vector<MetaDataItem> items;
-    readNative(file, tree, items);
-    readITunes(file, tree, items);
+    if (auto meta = tree.find({atom::moov, atom::meta})) readMeta(file, tree, *meta, items);
+    if (auto meta = tree.find({atom::moov, atom::udta, atom::meta})) readMeta(file, tree, *meta, items);
     return items;
 }
 

@@ -25,7 +25,8 @@ inline constexpr std::uint32_t kQTMetaDataKeyFormatiTunesShortForm = 0x6974736B;
 inline constexpr std::uint32_t kQTMetaDataKeyFormatiTunesLongForm = 0x69746C6B;   // 'itlk'
 inline constexpr std::uint32_t kQTMetaDataKeyFormatCommon = 0x636F6D6E;           // 'comn'
 
-// Both storages, in file order: native items first.
+// Both storages: the movie's own 'meta' first, then the user data's. A
+// 'meta' with or without version and flags, and keyed items in either place.
 std::vector<MetaDataItem> readMetaDataItems(FileHandle& file, const AtomTree& tree);
 
 // The movie-level 'meta' holding the native items, or nothing when there are none.

@@ -1,6 +1,9 @@
 #include "toolbox/Movie.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <system_error>
 #include <utility>
 
 #include "foundation/FileHandle.h"
@@ -17,7 +20,7 @@ std::vector<Sample>& Media::samples()
 const std::vector<Sample>& Media::samples() const
 {
     if (sampleReader_) {
-        *samples_ = sampleReader_();
+        *samples_ = sampleReader_(problems_);
         sampleReader_ = nullptr;
     }
     return *samples_;
@@ -32,7 +35,7 @@ void Media::shareSamples(const Media& other)
     heldBytes = other.heldBytes;
 }
 
-void Media::setSampleReader(std::function<std::vector<Sample>()> reader, TimeValue headerDuration)
+void Media::setSampleReader(SampleReader reader, std::optional<TimeValue> headerDuration)
 {
     sampleReader_ = std::move(reader);
     headerDuration_ = headerDuration;
@@ -40,9 +43,9 @@ void Media::setSampleReader(std::function<std::vector<Sample>()> reader, TimeVal
 
 TimeValue Media::duration() const
 {
-    if (sampleReader_) return headerDuration_;
+    if (sampleReader_ && headerDuration_) return *headerDuration_;
     TimeValue total = 0;
-    for (const auto& sample : *samples_) total += sample.duration;
+    for (const auto& sample : samples()) total += sample.duration;
     return total;
 }
 
@@ -70,6 +73,28 @@ Bytes Media::sampleBytes(const Sample& sample) const
     FileHandle file(dataFile, FileHandle::Mode::Reading);
     file.seekToFileOffset(static_cast<std::int64_t>(sample.offset));
     return file.readDataOfLength(sample.size);
+}
+
+std::vector<std::string> Media::problems() const
+{
+    const auto& all = samples();
+    std::vector<std::string> found = problems_;
+    if (all.empty()) found.push_back("the track has no samples");
+    std::error_code error;
+    const std::uint64_t length = dataFile.empty() ? 0 : std::filesystem::file_size(dataFile, error);
+    if (error) found.push_back(fmt::format("the file {} cannot be read: {}", dataFile.string(), error.message()));
+    std::size_t outside = 0;
+    std::uint64_t firstOutside = 0;
+    for (const auto& sample : all) {
+        // Compared without adding, so that an offset near the top cannot wrap around.
+        if (sample.held || (sample.offset <= length && sample.size <= length - sample.offset)) continue;
+        if (outside++ == 0) firstOutside = sample.offset;
+    }
+    if (outside != 0 && !error) {
+        found.push_back(fmt::format("{} of {} samples lie past the end of the file ({} bytes), the first at offset {}",
+                                    outside, all.size(), length, firstOutside));
+    }
+    return found;
 }
 
 TimeValue Track::duration() const

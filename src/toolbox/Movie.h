@@ -74,7 +74,11 @@ struct Media {
     // that opening a recording for its duration stays cheap.
     std::vector<Sample>& samples();
     const std::vector<Sample>& samples() const;
-    void setSampleReader(std::function<std::vector<Sample>()> reader, TimeValue headerDuration);
+    // The reader notes what it finds wrong with the samples in problems.
+    // Without a header duration (a fragmented file's media, whose header
+    // does not count the fragments) the duration comes from the samples.
+    using SampleReader = std::function<std::vector<Sample>(std::vector<std::string>& problems)>;
+    void setSampleReader(SampleReader reader, std::optional<TimeValue> headerDuration);
     // Takes the other media's samples and descriptions without copying them:
     // the table is shared until one of the two changes it.
     void shareSamples(const Media& other);
@@ -85,10 +89,20 @@ struct Media {
     // The bytes of a sample, read from the file when it is referenced.
     Bytes sampleBytes(const Sample& sample) const;
 
+    // Why the media does not play as its file describes it: a file cut
+    // short, tables that disagree, fragments that cannot be read, a time
+    // scale out of range (then 0), samples past the end of the data file, no
+    // samples at all. Empty for a sound media that plays whole. Reads the
+    // samples when they were not yet read.
+    std::vector<std::string> problems() const;
+    // Notes damage found while reading the media.
+    void addProblem(std::string problem) { problems_.push_back(std::move(problem)); }
+
 private:
     mutable std::shared_ptr<std::vector<Sample>> samples_ = std::make_shared<std::vector<Sample>>();
-    mutable std::function<std::vector<Sample>()> sampleReader_;
-    TimeValue headerDuration_ = 0;
+    mutable SampleReader sampleReader_;
+    std::optional<TimeValue> headerDuration_;
+    mutable std::vector<std::string> problems_;
 };
 
 class Movie;

@@ -138,7 +138,8 @@ std::vector<TagItem> readTags(FileHandle& file, const AtomTree& tree)
 {
     std::vector<TagItem> tags;
     auto ilst = tree.find({atom::moov, atom::udta, atom::meta, atom::ilst});
-    if (!ilst) return tags;
+    // Keyed items are the movie's own; they are listed with those.
+    if (!ilst || tree.find({atom::moov, atom::udta, atom::meta, fourCC("keys")})) return tags;
     for (const auto& item : tree.childrenOf(*ilst)) {
         auto data = descend(tree, item, {kItemData});
         tags.push_back(TagItem{item.type, data ? tagValue(item.type, readAtomPayload(file, *data)) : "", ""});
@@ -182,10 +183,21 @@ MovieContents readMovieContents(const std::filesystem::path& path)
                                      track.duration(), trak,
                                      descend(tree, trak, {atom::mdia, atom::minf, atom::stbl})});
     }
-    for (const auto& track : tracks) {
+    for (std::size_t i = 0; i < tracks.size(); ++i) {
+        const auto& track = tracks[i];
+        const Media* media = movie->tracks()[i]->media.get();
+        // A fragmented file's samples are counted in its fragments too.
+        const auto count = media ? static_cast<std::uint32_t>(media->samples().size())
+                                 : (track.stbl ? sampleCount(file, tree, *track.stbl) : 0);
         contents.tracks.push_back(
-            TrackSummary{track.trackID, track.handlerType, track.stbl ? sampleCount(file, tree, *track.stbl) : 0,
+            TrackSummary{track.trackID, track.handlerType, count,
                          contents.timeScale == 0 ? 0 : static_cast<double>(track.duration) / contents.timeScale});
+        // Text tracks are checked sample by sample as they are read below.
+        if (!media || isTextHandler(track.handlerType)) continue;
+        for (const auto& problem : media->problems()) {
+            if (std::find(tree.problems.begin(), tree.problems.end(), problem) != tree.problems.end()) continue;
+            contents.problems.push_back(fmt::format("track {}: {}", track.trackID, problem));
+        }
     }
     if (tracks.empty()) return contents;
 

@@ -85,6 +85,7 @@ OSErr MovieExporter::exportMovie(const DataReference& dataRef, Movie& movie, Tra
         track.height = source->height;
         track.apertureDimensions = source->apertureDimensions;
         Media* media = NewTrackMedia(&track, source->mediaType(), source->media->timeScale, nullptr, 0);
+        if (!media) return invalidMedia;  // a damaged time scale
         media->language = source->media->language;
         if (OSErr status = InsertTrackSegment(source, startTime, duration, &track, 0); status != noErr) return status;
         CopyTrackSettings(source, &track);

@@ -1,6 +1,10 @@
 // The one reader of the toolbox: fills the movie model from a file's atoms.
 // Samples stay in the file; the model holds where they lie.
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <limits>
+#include <optional>
 
 #include "foundation/Bytes.h"
 #include "foundation/FileHandle.h"
@@ -9,6 +13,7 @@
 #include "toolbox/MetaDataAtoms.h"
 #include "toolbox/Movie.h"
 #include "toolbox/SampleTable.h"
+#include "toolbox/TrackFragments.h"
 
 namespace quillora::toolbox {
 
@@ -18,19 +23,42 @@ constexpr std::uint32_t kTrackEnabled = 0x1;
 
 // Time scale and duration from a movie or media header: version 1 headers
 // carry 64-bit times. The language follows the media header's duration.
-bool readTimes(const Bytes& payload, TimeScale& timeScale, std::uint64_t& duration, std::uint16_t* language = nullptr)
+struct HeaderTimes {
+    std::uint32_t timeScale = 0;
+    std::uint64_t duration = 0;
+    std::uint16_t language = 0;
+};
+
+std::optional<HeaderTimes> readTimes(const Bytes& payload, bool withLanguage)
 {
     try {
         ByteReader reader(payload);
         const std::uint8_t version = reader.getU8();
         reader.skip(3 + (version == 1 ? 16 : 8));
-        timeScale = static_cast<TimeScale>(reader.getU32BE());
-        duration = version == 1 ? reader.getU64BE() : reader.getU32BE();
-        if (language) *language = reader.getU16BE();
-        return true;
+        HeaderTimes times;
+        times.timeScale = reader.getU32BE();
+        times.duration = version == 1 ? reader.getU64BE() : reader.getU32BE();
+        if (withLanguage) times.language = reader.getU16BE();
+        return times;
     } catch (const std::out_of_range&) {
-        return false;
+        return std::nullopt;
     }
+}
+
+// A time scale of 0 counts no time, and one past 31 bits no model time:
+// damage, kept as 0 so that nothing divides by it.
+TimeScale usableTimeScale(std::uint32_t scale)
+{
+    return scale <= static_cast<std::uint32_t>(std::numeric_limits<TimeScale>::max()) ? static_cast<TimeScale>(scale)
+                                                                                      : 0;
+}
+
+// A duration in another time scale; damage that would overflow stays at the largest time.
+TimeValue rescaled(TimeValue value, TimeScale from, TimeScale to)
+{
+    if (value <= 0 || from <= 0 || to <= 0) return 0;
+    if (value > std::numeric_limits<TimeValue>::max() / to) return std::numeric_limits<TimeValue>::max() / from;
+    return value * to / from;
 }
 
 // A short header leaves what it did not hold at its default.
@@ -112,52 +140,84 @@ std::vector<Bytes> readSampleDescriptions(const Bytes& stsd)
     return descriptions;
 }
 
-// The samples of the sample table at stblOffset, read when first asked for.
-std::vector<Sample> readSamples(const std::filesystem::path& path, std::int64_t stblOffset)
+// Where a track's samples are listed: its sample table, and the fragments
+// of a fragmented file after it.
+struct SampleSources {
+    std::optional<std::int64_t> stblOffset;
+    std::uint32_t trackID = 0;
+    bool fragmented = false;
+};
+
+// The samples of a track, read when first asked for: the atom tree is read
+// again once, and each table once.
+std::vector<Sample> readSamples(const std::filesystem::path& path, const SampleSources& sources,
+                                std::vector<std::string>& problems)
 {
     std::vector<Sample> samples;
+    std::uint64_t tableEnd = 0;
+    auto keep = [&samples, &tableEnd](const SampleLocation& location) {
+        samples.push_back(Sample{location.offset, location.size, location.duration, location.descriptionIndex, false});
+        tableEnd = location.time + location.duration;
+    };
     try {
         FileHandle file(path, FileHandle::Mode::Reading);
         const AtomTree tree = readAtomTree(file);
         auto stbl = std::find_if(tree.atoms.begin(), tree.atoms.end(), [&](const AtomNode& node) {
-            return node.offset == stblOffset && node.type == atom::stbl;
+            return node.offset == sources.stblOffset && node.type == atom::stbl;
         });
-        if (stbl == tree.atoms.end()) return samples;
-        std::vector<std::string> ignoredProblems;
-        // Room for the declared samples, as far as the file could hold them.
-        samples.reserve(std::min<std::uint64_t>(sampleCount(file, tree, *stbl), file.length() / 16));
-        forEachSampleLocation(file, tree, *stbl, ignoredProblems, kMaximumTrackSamples,
-                              [&samples](const SampleLocation& location) {
-                                  samples.push_back(Sample{location.offset, location.size, location.duration,
-                                                           location.descriptionIndex, false});
-                              });
-    } catch (const FileError&) {
-        // A file that went away since it was opened has no samples to give.
+        const std::uint32_t declared = stbl == tree.atoms.end() ? 0 : sampleCount(file, tree, *stbl);
+        // A fragmented file's sample table is often empty, and then need not be whole.
+        if (stbl != tree.atoms.end() && (declared != 0 || !sources.fragmented)) {
+            // Room for the declared samples, as far as the file could hold them.
+            samples.reserve(std::min<std::uint64_t>(declared, file.length() / 16));
+            forEachSampleLocation(file, tree, *stbl, problems, kMaximumTrackSamples, keep);
+        }
+        if (sources.fragmented) {
+            forEachFragmentSample(file, tree, sources.trackID, tableEnd, problems,
+                                  kMaximumTrackSamples - samples.size(), keep);
+        }
+    } catch (const FileError& failure) {
+        problems.push_back(fmt::format("the file cannot be read again: {}", failure.code().message()));
     }
     return samples;
 }
 
-void readMedia(FileHandle& file, const AtomTree& tree, const AtomNode& mdia, Media& media)
+void readMedia(FileHandle& file, const AtomTree& tree, const AtomNode& mdia, SampleSources sources, Media& media)
 {
-    std::uint64_t duration = 0;
+    std::optional<HeaderTimes> times;
     for (const auto& child : tree.childrenOf(mdia)) {
         if (child.type != atom::mdhd && child.type != atom::hdlr) continue;  // not the whole media information
         const Bytes payload = readAtomPayload(file, child);
-        if (child.type == atom::mdhd) readTimes(payload, media.timeScale, duration, &media.language);
+        if (child.type == atom::mdhd) times = readTimes(payload, true);
         if (child.type == atom::hdlr && payload.size() >= 12) media.type = readU32BE(payload.data() + 8);
+    }
+    if (times) {
+        media.timeScale = usableTimeScale(times->timeScale);
+        media.language = times->language;
+        if (media.timeScale == 0)
+            media.addProblem(fmt::format("the media time scale {} is out of range", times->timeScale));
+    } else {
+        media.timeScale = 0;
+        media.addProblem("the media header is missing or damaged");
     }
     const auto minf = tree.childOfType(mdia, fourCC("minf"));
     const auto stbl = minf ? tree.childOfType(*minf, atom::stbl) : std::nullopt;
-    if (!stbl) return;
-    if (auto stsd = tree.childOfType(*stbl, atom::stsd)) {
+    if (!stbl && !sources.fragmented) return;
+    if (auto stsd = stbl ? tree.childOfType(*stbl, atom::stsd) : std::nullopt) {
         media.sampleDescriptions = readSampleDescriptions(readAtomPayload(file, *stsd));
     }
+    if (stbl) sources.stblOffset = stbl->offset;
     media.dataFile = file.path();
-    media.setSampleReader([path = file.path(), offset = stbl->offset] { return readSamples(path, offset); },
-                          static_cast<TimeValue>(duration));
+    // The header of a fragmented file's media does not count the fragments.
+    std::optional<TimeValue> headerDuration;
+    if (times && !sources.fragmented) headerDuration = static_cast<TimeValue>(times->duration);
+    media.setSampleReader([path = file.path(), sources](
+                              std::vector<std::string>& problems) { return readSamples(path, sources, problems); },
+                          headerDuration);
 }
 
-std::unique_ptr<Track> readTrack(FileHandle& file, const AtomTree& tree, const AtomNode& trak, TimeScale movieScale)
+std::unique_ptr<Track> readTrack(FileHandle& file, const AtomTree& tree, const AtomNode& trak, TimeScale movieScale,
+                                 bool fragmented)
 {
     auto track = std::make_unique<Track>();
     for (const auto& child : tree.childrenOf(trak)) {
@@ -174,14 +234,21 @@ std::unique_ptr<Track> readTrack(FileHandle& file, const AtomTree& tree, const A
                 track->references.emplace_back(reference.type, std::move(named));
             }
         }
-        if (child.type == atom::mdia) {
-            track->media = std::make_unique<Media>();
-            readMedia(file, tree, child, *track->media);
-        }
     }
-    // Without an edit list the track shows its whole media once.
-    if (track->edits.empty() && track->media && track->media->timeScale > 0) {
-        track->edits.push_back(Edit{track->media->duration() * movieScale / track->media->timeScale, 0, kFixed1});
+    // After the track header: the fragments are found by the track's ID.
+    if (auto mdia = tree.childOfType(trak, atom::mdia)) {
+        track->media = std::make_unique<Media>();
+        readMedia(file, tree, *mdia, SampleSources{std::nullopt, track->trackID, fragmented}, *track->media);
+    }
+    const Media* media = track->media.get();
+    if (!media || media->timeScale == 0) return track;
+    // Without an edit list the track shows its whole media once. In a
+    // fragmented file, a last edit of no duration shows the rest of the
+    // media, the fragments included.
+    if (track->edits.empty()) {
+        track->edits.push_back(Edit{rescaled(media->duration(), media->timeScale, movieScale), 0, kFixed1});
+    } else if (Edit& last = track->edits.back(); fragmented && last.trackDuration == 0 && last.mediaTime >= 0) {
+        last.trackDuration = rescaled(media->duration() - last.mediaTime, media->timeScale, movieScale);
     }
     return track;
 }
@@ -190,12 +257,19 @@ std::unique_ptr<Track> readTrack(FileHandle& file, const AtomTree& tree, const A
 
 class MovieReader {
 public:
-    static void read(FileHandle& file, const AtomTree& tree, const AtomNode& moov, Movie& movie)
+    static void read(FileHandle& file, const AtomTree& tree, const AtomNode& moov, Movie& movie,
+                     const std::optional<std::string>& movieProblem)
     {
+        const bool fragmented = hasFragments(tree);
         for (const auto& trak : tree.childrenOf(moov)) {
             if (trak.type != atom::trak) continue;
-            movie.tracks_.push_back(readTrack(file, tree, trak, movie.timeScale_));
+            movie.tracks_.push_back(readTrack(file, tree, trak, movie.timeScale_, fragmented));
             movie.tracks_.back()->movie = &movie;
+            Media* media = movie.tracks_.back()->media.get();
+            if (!media) continue;
+            if (movieProblem) media->addProblem(*movieProblem);
+            // The walk stopped at the atom cut short: its problem is the last one.
+            if (tree.cutShort) media->addProblem(tree.problems.back());
         }
         movie.metaData_ = readMetaDataItems(file, tree);
         if (auto mode = tree.find({atom::moov, atom::udta, fourCC("apmd")})) {
@@ -203,7 +277,9 @@ public:
             if (payload.size() >= 4) movie.apertureMode_ = readU32BE(payload.data());
         }
     }
-    static bool readHeader(FileHandle& file, const AtomNode& mvhd, Movie& movie)
+    // False when the header cannot be read; a time scale out of range is
+    // kept as 0 and its problem put in problem.
+    static bool readHeader(FileHandle& file, const AtomNode& mvhd, Movie& movie, std::optional<std::string>& problem)
     {
         const Bytes payload = readAtomPayload(file, mvhd);
         // The matrix follows the times, the rate, the volume and 10 reserved bytes.
@@ -213,7 +289,12 @@ public:
                 movie.matrix_[i] = static_cast<std::int32_t>(readU32BE(payload.data() + matrixAt + 4 * i));
             }
         }
-        return readTimes(payload, movie.timeScale_, movie.headerDuration_);
+        const auto times = readTimes(payload, false);
+        if (!times) return false;
+        movie.timeScale_ = usableTimeScale(times->timeScale);
+        movie.headerDuration_ = times->duration;
+        if (movie.timeScale_ == 0) problem = fmt::format("the movie time scale {} is out of range", times->timeScale);
+        return true;
     }
 };
 
@@ -230,8 +311,9 @@ std::unique_ptr<Movie> Movie::movieWithFile(const std::filesystem::path& path, s
         if (!mvhd) return fail("The file is not a movie: it has no movie header.");
         auto movie = std::make_unique<Movie>();
         movie->path_ = path;
-        if (!MovieReader::readHeader(file, *mvhd, *movie)) return fail("The movie header is damaged.");
-        MovieReader::read(file, tree, *tree.find({atom::moov}), *movie);
+        std::optional<std::string> movieProblem;
+        if (!MovieReader::readHeader(file, *mvhd, *movie, movieProblem)) return fail("The movie header is damaged.");
+        MovieReader::read(file, tree, *tree.find({atom::moov}), *movie, movieProblem);
         return movie;
     } catch (const FileError& failure) {
         return fail(failure.code().message());

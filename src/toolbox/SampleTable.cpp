@@ -28,15 +28,16 @@ std::uint32_t entryCount(ByteReader& reader, std::size_t entrySize)
     return count;
 }
 
-std::vector<std::uint32_t> readSampleSizes(const Bytes& stsz, std::uint32_t maximum)
+std::vector<std::uint32_t> readSampleSizes(const Bytes& stsz, std::uint32_t maximum, std::uint32_t& declared)
 {
     ByteReader reader = tableReader(stsz);
     const std::uint32_t commonSize = reader.getU32BE();
     if (commonSize != 0) {
-        const std::uint32_t count = std::min(reader.getU32BE(), maximum);
-        return std::vector<std::uint32_t>(count, commonSize);
+        declared = reader.getU32BE();
+        return std::vector<std::uint32_t>(std::min(declared, maximum), commonSize);
     }
-    std::vector<std::uint32_t> sizes(std::min(entryCount(reader, 4), maximum));
+    declared = entryCount(reader, 4);
+    std::vector<std::uint32_t> sizes(std::min(declared, maximum));
     for (auto& size : sizes) size = reader.getU32BE();
     return sizes;
 }
@@ -72,22 +73,37 @@ std::vector<TimeToSampleRun> readTimeToSampleRuns(const Bytes& stts)
     return runs;
 }
 
+// How many samples the chunk tables hold, counted up to limit + 1: enough
+// to tell whether they hold more than limit.
+std::uint64_t samplesInChunks(const std::vector<SampleToChunkRun>& runs, std::size_t chunkCount, std::uint64_t limit)
+{
+    std::uint64_t total = 0;
+    for (std::size_t i = 0; i < runs.size() && total <= limit; ++i) {
+        const std::uint64_t first = std::max<std::uint32_t>(runs[i].firstChunk, 1);
+        const std::uint64_t last = i + 1 < runs.size() ? runs[i + 1].firstChunk : chunkCount + 1;
+        if (last <= first) continue;
+        const std::uint64_t chunks = std::min<std::uint64_t>(last - first, limit + 1);
+        total += std::min<std::uint64_t>(chunks * runs[i].samplesPerChunk, limit + 1);
+    }
+    return total;
+}
+
 }  // namespace
 
 Bytes readAtomPayload(FileHandle& file, const AtomNode& node)
 {
-    file.seekToFileOffset(node.offset + 8);
-    return file.readDataOfLength(static_cast<std::size_t>(std::max<std::int64_t>(node.size - 8, 0)));
+    file.seekToFileOffset(node.payloadOffset());
+    return file.readDataOfLength(static_cast<std::size_t>(std::max<std::int64_t>(node.payloadSize(), 0)));
 }
 
 std::uint32_t sampleCount(FileHandle& file, const AtomTree& tree, const AtomNode& stbl)
 {
     // Version and flags, the common sample size, then the count: the table
     // itself is not read.
-    constexpr std::int64_t kCountAt = 8 + 4 + 4;
+    constexpr std::int64_t kCountAt = 4 + 4;
     auto stsz = tree.childOfType(stbl, atom::stsz);
-    if (!stsz || stsz->size < kCountAt + 4) return 0;
-    file.seekToFileOffset(stsz->offset + kCountAt);
+    if (!stsz || stsz->payloadSize() < kCountAt + 4) return 0;
+    file.seekToFileOffset(stsz->payloadOffset() + kCountAt);
     const Bytes count = file.readDataOfLength(4);
     return count.size() == 4 ? readU32BE(count.data()) : 0;
 }
@@ -109,8 +125,9 @@ void forEachSampleLocation(FileHandle& file, const AtomTree& tree, const AtomNod
     std::vector<std::uint64_t> chunkOffsets;
     std::vector<SampleToChunkRun> chunkRuns;
     std::vector<TimeToSampleRun> timeRuns;
+    std::uint32_t declared = 0;
     try {
-        sizes = readSampleSizes(readAtomPayload(file, *stsz), maximum);
+        sizes = readSampleSizes(readAtomPayload(file, *stsz), maximum, declared);
         chunkOffsets = stco ? readChunkOffsets(readAtomPayload(file, *stco), false)
                             : readChunkOffsets(readAtomPayload(file, *co64), true);
         chunkRuns = readSampleToChunkRuns(readAtomPayload(file, *stsc));
@@ -156,6 +173,14 @@ void forEachSampleLocation(FileHandle& file, const AtomTree& tree, const AtomNod
         problems.push_back(fmt::format("the chunk tables place only {} of {} samples", next, sizes.size()));
     }
     if (untimed) problems.push_back("the time table covers fewer samples than the size table");
+    std::uint64_t timed = 0;
+    for (const auto& run : timeRuns) timed += run.count;
+    if (timed > declared) {
+        problems.push_back(fmt::format("the time table covers {} samples, the size table {}", timed, declared));
+    }
+    if (samplesInChunks(chunkRuns, chunkOffsets.size(), declared) > declared) {
+        problems.push_back(fmt::format("the chunk tables hold more than the {} samples of the size table", declared));
+    }
 }
 
 std::vector<SampleLocation> readSampleLocations(FileHandle& file, const AtomTree& tree, const AtomNode& stbl,

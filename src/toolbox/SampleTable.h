@@ -47,7 +47,7 @@ void forEachSampleLocation(FileHandle& file, const AtomTree& tree, const AtomNod
 // A movie's tracks are read whole, up to this many samples each.
 inline constexpr std::uint32_t kMaximumTrackSamples = 1u << 24;
 
-// The payload of an atom (the bytes after its 8-byte header).
+// The payload of an atom (the bytes after its header).
 Bytes readAtomPayload(FileHandle& file, const AtomNode& node);
 
 }  // namespace quillora::toolbox
