@@ -177,15 +177,6 @@ TEST(ExportCommand, RefusesOrFailsWithAClearMessageAndLosesNothing)
         {"title of 70,000 characters", transitions(transitionsWith("600", std::string(70000, 'x'))), 2, "text sample"},
         {"URL of 300 characters", transitions(transitionsWith("600", "B", "slides/two.jpg", std::string(300, 'u'))), 2,
          "URL"},
-        {"two sound tracks",
-         [](LectureFolder& l, auto&) {
-             std::filesystem::copy_file(test::fixture("recording-chunks-moov-first.m4a"), l.recording,
-                                        std::filesystem::copy_options::overwrite_existing);
-         },
-         2, "exactly one sound track"},
-        {"recording of 3 GiB",
-         [](LectureFolder& l, auto&) { std::filesystem::resize_file(l.recording, std::uintmax_t{3} << 30); }, 2,
-         "2 GiB"},
         {"output folder locked",
          [](LectureFolder& l, auto& output) {
              output = l.folder.path() / "locked" / "out.m4b";
