@@ -123,6 +123,7 @@ public:
 
     // --- iTunes metadata (src/metadata/) ----------------------------------
     // tags: a dictionary of tag key to string; its "software" entry is set.
+    // Anything else (no tags) writes an empty item list.
     bool addMetadata(const Value& tags, FileHandle& file, const std::string& path);
     bool addMetadata(const Value& tags, const std::filesystem::path& path);
     // The chapter list ('chpl') for readers that know no chapter track: the
@@ -173,7 +174,8 @@ public:
     Value getMetaDataFromMovie(toolbox::Movie& movie, std::uint32_t dataStorageFormatType,
                                std::uint32_t dataKeyFormatType);
     // Sets "software" in tags, then adds the common items of the source
-    // movie. Failures are InternalInconsistency.
+    // movie; no tags (a null value) add nothing. Failures are
+    // InternalInconsistency.
     bool setMetaData(const Value& tags, std::uint32_t storageFormat);
     // The user's first language ("AppleLanguages"), Mac OS Roman bytes.
     std::string langCode();

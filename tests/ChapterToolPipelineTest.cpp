@@ -115,6 +115,56 @@ TEST(ChapterDocument, FollowsRecordedTimeAndLeavesOutMissingAndLateSlides)
     }
 }
 
+TEST(ChapterDocument, ATimeBeforeTheRecordingFallsOnTheDayBefore)
+{
+    TemporaryFolder folder;
+    const auto picture = folder.path() / "a.jpg";
+    std::filesystem::copy_file(test::fixture("slide.jpg"), picture);
+    // Both slides changed before the recording started at 0 s; the first is
+    // always at the start, the second half a second before it.
+    const Value slides = Value::array({slide(-2, "Early", picture), slide(-0.5, "Earlier than the start", picture)});
+    SilentUserInterface ui;
+    QuickTimePlugin plugin({test::fixture("recording-moov-first.m4a").string(), folder.path().string() + "/", slides,
+                            Value::array(), &ui, Value::array({at(0), at(100)})});
+    std::ostringstream document;
+    plugin.generateXML()->save(document, "    ", pugi::format_default, pugi::encoding_utf8);
+    const std::string text = document.str();
+    EXPECT_NE(text.find(R"(<chapter starttime="00:00:00.000">)"), std::string::npos) << text;
+    EXPECT_NE(text.find(R"(<chapter starttime="23:59:59.500">)"), std::string::npos) << text;
+}
+
+TEST(ChapterToolPipeline, MakingThePodcastLeavesTheTaggingToTheHost)
+{
+    TemporaryFolder folder;
+    const auto tools = folder.path() / "tools";
+    std::filesystem::create_directories(tools);
+    // A chapter tool that copies the recording, and a tag tool that says it ran.
+    std::ofstream(tools / "ChapterTool") << "#!/bin/sh\nwhile [ $# -gt 1 ]; do case $1 in -a) in=$2;; -o) out=$2;; "
+                                            "esac; shift; done\ncp \"$in\" \"$out\"\n";
+    std::ofstream(tools / "AtomicParsley") << "#!/bin/sh\ntouch \"$1.tagged\"\n";
+    for (const char* tool : {"ChapterTool", "AtomicParsley"})
+        std::filesystem::permissions(tools / tool, std::filesystem::perms::owner_all);
+    const auto picture = folder.path() / "a.jpg";
+    std::filesystem::copy_file(test::fixture("slide.jpg"), picture);
+    SilentUserInterface ui;
+    QuickTimePlugin plugin({test::copyFixture("recording-moov-first.m4a", folder).string(),
+                            folder.path().string() + "/", Value::array({slide(0, "A", picture)}), Value::array(), &ui,
+                            Value::array({at(0), at(100)}), tools.string()});
+    plugin.setExportParams(Value::dictionary({{"format", ".m4b"}, {"tags", Value::dictionary({{"title", "T"}})}}));
+    const auto destination = folder.path() / "lecture.m4b";
+    ASSERT_TRUE(plugin.createM4AFile(destination.string()));
+    while (plugin.isExporting() || RunLoop::current()->hasPendingWork()) {
+        RunLoop::current()->runOnce(std::chrono::milliseconds(10));
+    }
+    EXPECT_FALSE(plugin.saveError());
+    EXPECT_TRUE(std::filesystem::exists(destination));
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+        EXPECT_FALSE(entry.path().string().ends_with(".tagged")) << entry.path();
+    }
+    plugin.setID3Tags(Value::dictionary({{"title", "T"}}), destination.string());
+    EXPECT_TRUE(std::filesystem::exists(destination.string() + ".tagged"));
+}
+
 std::string run(const std::string& command)
 {
     auto result = test::runCommand(command);

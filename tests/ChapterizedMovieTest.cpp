@@ -77,6 +77,67 @@ TEST(ChapterizedMovie, SampleLectureExportsAMovieOtherReadersPlay)
     EXPECT_EQ(native.stringForKey("com.apple.quicktime.software"), "Quillora");
 }
 
+// Exports one slide as a movie through the plug-in's movie export.
+std::optional<ErrorRecord> exportOneSlide(const std::filesystem::path& movie, const Value& slide,
+                                          const Value& preferences, const Value& tags)
+{
+    test::TemporaryFolder folder;
+    const auto picture = folder.path() / "slide.jpg";
+    std::filesystem::copy_file(test::fixture("slide.jpg"), picture);
+    slide.asDictionary()->set("imagePath", picture.string());
+    test::ScopedDefaults defaults(preferences);
+    SilentUserInterface ui;
+    QuickTimePlugin plugin({test::copyFixture("recording-moov-first.m4a", folder).string(),
+                            folder.path().string() + "/", Value::array({slide}), Value::array(), &ui});
+    plugin.setExportParams(Value::dictionary({{"format", ".mov"}, {"tags", tags}}));
+    plugin.exportAsChapterizedQuicktimeFileToPath(movie.string());
+    return plugin.saveError();
+}
+
+TEST(ChapterizedMovie, AReplacementCharacterIsConvertedLikeAnyOther)
+{
+    test::TemporaryFolder folder;
+    const auto movie = folder.path() / "odd.mov";
+    const std::string odd = "\uFFFD";
+    const Value slide = Value::dictionary(
+        {{"timeValue", 0},
+         {"slideTitle", "Wave " + odd},
+         {"linkURL", Value::dictionary({{"title", "Notes " + odd}, {"url", "https://example.org/" + odd}})}});
+    const auto error = exportOneSlide(
+        movie, slide, Value::dictionary({{"supportForURL", true}, {"AppleLanguages", Value::array({"en"})}}),
+        Value::dictionary({{"author", "Ada " + odd}}));
+    ASSERT_FALSE(error) << error->code << " " << error->localizedDescription();
+    const auto probe = runCommand("ffprobe -v error -of compact=p=0 -show_entries chapter_tags=title:format_tags " +
+                                  shellQuote(movie.string()))
+                           .output;
+    EXPECT_NE(probe.find("tag:title=Wave " + odd), std::string::npos) << probe;
+    EXPECT_NE(probe.find("tag:com.apple.quicktime.author=Ada " + odd), std::string::npos) << probe;
+    // The address in the action is in the platform's C-string encoding, which has no U+FFFD.
+    const auto inspected = test::runQuillora("inspect " + shellQuote(movie.string())).output;
+    EXPECT_NE(inspected.find("Notes " + odd + "  ->  https://example.org/?"), std::string::npos) << inspected;
+}
+
+TEST(ChapterizedMovie, LinksWhenSupportForURLIsExactlyTrue)
+{
+    test::TemporaryFolder folder;
+    // A stored 1 is equal to YES as much as a stored boolean; 2 is not.
+    for (const auto& [stored, links] : {std::pair{Value(true), true}, {Value(1), true}, {Value(2), false}}) {
+        const auto movie = folder.path() / "links.mov";
+        const Value slide = Value::dictionary(
+            {{"timeValue", 0}, {"linkURL", Value::dictionary({{"title", "Notes"}, {"url", "https://example.org"}})}});
+        const auto error = exportOneSlide(
+            movie, slide, Value::dictionary({{"supportForURL", stored}, {"AppleLanguages", Value::array({"en"})}}),
+            Value::dictionary());
+        ASSERT_FALSE(error) << error->code;
+        const auto streams =
+            runCommand("ffprobe -v error -show_entries stream=codec_type -of csv=p=0 " + shellQuote(movie.string()))
+                .output;
+        // The chapter track is data to ffprobe, the link track a subtitle.
+        EXPECT_EQ(streams, links ? "audio\ndata\nvideo\nsubtitle\n" : "audio\ndata\nvideo\n")
+            << jsonFromValue(stored, -1);
+    }
+}
+
 // A QT atom as the file format lays it out, read without the toolbox.
 struct QTAtomRead {
     std::string type;
@@ -187,6 +248,42 @@ TEST(ChapterizedMovie, WiringAnExistingTextTrackAddsActionsToItsSamples)
     EXPECT_TRUE(log.contains("-[QTDataEditor AddHTAct_AddHyperTextToTextMovie:]  Could not get media sample"));
 }
 
+TEST(ChapterizedMovie, WiringThatFailsStillPutsTheMediaBackAndUpdatesTheMovieFile)
+{
+    test::TemporaryFolder folder;
+    const auto path = folder.path() / "wired.mov";
+    {
+        toolbox::Movie movie;
+        addTextTrack(movie, {"chapter one", "chapter two"});
+        addTextTrack(movie, {"link one", "link two"});
+        ASSERT_TRUE(movie.writeToFile(path, Value::dictionary()));
+    }
+    auto movie = toolbox::Movie::movieWithFile(path);
+    ASSERT_TRUE(movie);
+    QTDataEditor editor;
+    editor.setSourceMovie(movie.get());
+    // The first slide is wired; the second lies past the track's end, which ends the loop.
+    CapturedLog log;
+    EXPECT_FALSE(editor.AddHTAct_AddHyperTextToTextMovie(
+        Value::array({Value::dictionary({{"timeValue", 0}}), Value::dictionary({{"timeValue", 99999}})})));
+    EXPECT_TRUE(log.contains("-[QTDataEditor AddHTAct_AddHyperTextToTextMovie:]  Could not get media sample"));
+
+    // Read back from the file itself: the wired sample is there and the whole media is in the track.
+    const auto contents = toolbox::readMovieContents(path);
+    std::vector<std::pair<std::string, std::string>> links;
+    for (const auto& sample : contents.links.samples) links.emplace_back(sample.text, sample.url);
+    EXPECT_EQ(links, (std::vector<std::pair<std::string, std::string>>{
+                         {"link one", ""}, {"link two", ""}, {"link one", "http://www.example.com/"}}));
+    // The link media now holds three samples of a second each; the track shows them after what is left
+    // of the first second.
+    const auto durations =
+        runCommand("ffprobe -v error -show_entries stream=duration -of csv=p=0 " + shellQuote(path.string())).output;
+    EXPECT_EQ(durations, "2.000000\n3.000000\n") << durations;
+    const auto reread = toolbox::Movie::movieWithFile(path);
+    ASSERT_TRUE(reread);
+    EXPECT_EQ(reread->tracks()[1]->duration(), 600 + 1800);
+}
+
 // A movie with a text track only: a recording without sound.
 std::filesystem::path silentMovie(const std::filesystem::path& folder)
 {
@@ -219,6 +316,7 @@ TEST(ChapterizedMovie, FailuresGiveTheirCodesAndTexts)
         std::optional<ErrorRecord> staleError;
         std::int64_t code;
         std::string description;
+        Value otherSlides = Value();
     };
     const Value links = Value::dictionary(
         {{"supportForURL", true}, {"textTrackFontSize", -20}, {"AppleLanguages", Value::array({"en"})}});
@@ -236,12 +334,15 @@ TEST(ChapterizedMovie, FailuresGiveTheirCodesAndTexts)
          "Could not add a hyperlink text track to the destination movie."},
         {"tag not text", recording, plain, Value::dictionary({{"author", 42}}), "f.mov", std::nullopt, -106,
          "Could not set the metadata"},
+        {"no slide picture loads", recording, plain, goodTags, "g.mov", std::nullopt, -103,
+         "Could not add chapters to the destination movie.",
+         Value::array({Value::dictionary({{"timeValue", 0}, {"imagePath", recording.string()}})})},
     };
     SilentUserInterface ui;
     for (const auto& c : cases) {
         test::ScopedDefaults defaults(c.defaults);
-        QuickTimePlugin plugin(
-            {c.recording.string(), (folder.path() / "scratch/").string(), slides, Value::array(), &ui});
+        QuickTimePlugin plugin({c.recording.string(), (folder.path() / "scratch/").string(),
+                                c.otherSlides.isNull() ? slides : c.otherSlides, Value::array(), &ui});
         plugin.setExportParams(Value::dictionary({{"format", ".mov"}, {"tags", c.tags}}));
         plugin.setSaveError(c.staleError);
         EXPECT_FALSE(plugin.exportAsChapterizedQuicktimeFileToPath((folder.path() / c.destination).string())) << c.name;
@@ -249,6 +350,10 @@ TEST(ChapterizedMovie, FailuresGiveTheirCodesAndTexts)
         EXPECT_EQ(plugin.saveError()->domain, "org.quillora.QuickTimePlugin.exportErr") << c.name;
         EXPECT_EQ(plugin.saveError()->code, c.code) << c.name;
         EXPECT_EQ(plugin.saveError()->localizedDescription(), c.description) << c.name;
+        // Pictures that cannot be loaded are named as the cause.
+        EXPECT_EQ(plugin.saveError()->userInfo.stringForKey(kLocalizedFailureReasonKey).has_value(),
+                  !c.otherSlides.isNull())
+            << c.name;
     }
     // Only a failure past the write leaves the movie behind.
     EXPECT_TRUE(std::filesystem::exists(folder.path() / "f.mov"));

@@ -303,8 +303,9 @@ TEST_F(ImageResizerTest, WithoutALoadableSlideTheResizerReportsFailure)
     const auto shot = save(solid(640, 480, kBlue), "shot.png");
     Value screenshot = linked(transition(shot, true));
     CapturedLog log;
+    // Screen shots alone have no frame to be drawn in; slides none of which loads cannot go on at all.
     EXPECT_FALSE(resize({screenshot}));
-    EXPECT_FALSE(resize({transition(folder_.path() / "missing.png"), screenshot}));
+    EXPECT_THROW(resize({transition(folder_.path() / "missing.png"), screenshot}), NoSlidePicture);
     EXPECT_TRUE(log.contains("-[ImageResizer resizeImages]  *** No slide image could be loaded"));
     EXPECT_FALSE(log.contains("URL link"));
     EXPECT_EQ(imagePath(screenshot), shot.string());  // written, it would be a JPEG beside

@@ -105,7 +105,9 @@ void waitForExport(const QuickTimePlugin& plugin)
     EXPECT_FALSE(plugin.isExporting());
 }
 
-ExportOutcome runExport(Lecture& lecture, const std::string& format, TestUserInterface& ui)
+// Without tags (a null value) the parameters hold no "tags" at all.
+ExportOutcome runExport(Lecture& lecture, const std::string& format, TestUserInterface& ui,
+                        const Value& tags = Value::dictionary({{"title", "Waves"}}))
 {
     ExportOutcome outcome;
     auto token = NotificationCenter::defaultCenter().addObserver(
@@ -116,9 +118,9 @@ ExportOutcome runExport(Lecture& lecture, const std::string& format, TestUserInt
         });
     {
         QuickTimePlugin plugin({lecture.recording.string(), lecture.scratch, lecture.slides, Value::array(), &ui});
-        plugin.exportDataWithParams(
-            Value::dictionary({{"format", format}, {"tags", Value::dictionary({{"title", "Waves"}})}}),
-            lecture.destination.string(), nullptr);
+        Value params = Value::dictionary({{"format", format}});
+        if (!tags.isNull()) params.asDictionary()->set("tags", tags);
+        plugin.exportDataWithParams(params, lecture.destination.string(), nullptr);
         waitForExport(plugin);
     }
     NotificationCenter::defaultCenter().removeObserver(token);
@@ -191,25 +193,79 @@ TEST(EnhancedPodcastExport, StagesThatCannotRunAreLeftOutOrReported)
         EXPECT_TRUE(log.contains("No slide transitions."));
         EXPECT_EQ(trackIDs(lecture.destination), (std::vector<std::uint32_t>{1}));
     }
-    {
-        // Pictures that cannot be loaded: chapters and links, no picture track;
-        // links off: no link track either.
+    for (const bool links : {true, false}) {
+        // No slide picture can be loaded, so there is no frame to draw them
+        // in: the export fails before any track is added, links on or off.
+        SCOPED_TRACE(links ? "links on" : "links off");
         Lecture lecture;
         auto broken = lecture.folder.path() / "broken.png";
         test::writeFile(broken, Bytes{'n', 'o', 't', ' ', 'a', ' ', 'p', 'n', 'g'});
         lecture.addSlide(0, "One", broken);
         lecture.addSlide(900, "Two", broken);
-        {
-            ScopedDefaults defaults(Value::dictionary({{"supportForURL", true}, {"textTrackFontSize", 12}}));
-            CapturedLog log;
-            auto outcome = runExport(lecture, ".m4v", ui);
-            EXPECT_FALSE(outcome.alert);
-            EXPECT_TRUE(log.contains("No images found."));
-            EXPECT_EQ(trackIDs(lecture.destination), (std::vector<std::uint32_t>{1, 2, 4}));
+        ScopedDefaults defaults(Value::dictionary({{"supportForURL", links}, {"textTrackFontSize", 12}}));
+        TestUserInterface failing;
+        CapturedLog log;
+        auto outcome = runExport(lecture, links ? ".m4v" : ".m4a", failing);
+        ASSERT_TRUE(outcome.alert);
+        EXPECT_EQ(outcome.alert->domain, "qtPluginImageResizeErr");
+        EXPECT_TRUE(log.contains("No slide image could be loaded"));
+        EXPECT_FALSE(log.contains("The result for adding chapters"));
+        EXPECT_EQ(trackIDs(lecture.destination), (std::vector<std::uint32_t>{1}));
+    }
+}
+
+TEST(EnhancedPodcastExport, WithoutTagsTheItemListIsEmptyAndTheMovieUntagged)
+{
+    const std::string readTags = "/usr/bin/python3 -c 'import sys, mutagen\n"
+                                 "print(sorted((mutagen.File(sys.argv[1]).tags or {}).keys()))' ";
+    for (const std::string format : {".m4b", ".mov"}) {
+        SCOPED_TRACE(format);
+        Lecture lecture;
+        lecture.destination.replace_extension(format);
+        lecture.addSlide(0, "One", lecture.picture("slide.jpg", "a.jpg"));
+        ScopedDefaults defaults(Value::dictionary({{"AppleLanguages", Value::array({"en"})}}));
+        TestUserInterface ui;
+        auto outcome = runExport(lecture, format, ui, Value());
+        EXPECT_FALSE(outcome.alert) << outcome.alert->localizedDescription();
+        const std::string file = test::shellQuote(lecture.destination.string());
+        // Not even the software's name, which is set in the tags given.
+        const auto shown = test::runCommand("ffprobe -v error -show_entries format_tags -of flat " + file).output;
+        EXPECT_EQ(shown.find("Quillora"), std::string::npos) << shown;
+        EXPECT_EQ(shown.find("com.apple.quicktime"), std::string::npos) << shown;
+        if (format == ".m4b") {
+            EXPECT_EQ(test::runCommand(readTags + file).output, "[]\n");
         }
-        ScopedDefaults defaults(Value::dictionary({{"supportForURL", false}}));
-        auto outcome = runExport(lecture, ".m4a", ui);
-        EXPECT_EQ(trackIDs(lecture.destination), (std::vector<std::uint32_t>{1, 2}));
+    }
+    // The item list is there, empty.
+    Lecture lecture;
+    TestUserInterface ui;
+    ASSERT_FALSE(runExport(lecture, ".m4b", ui, Value()).alert);
+    const test::WrittenFile written(lecture.destination);
+    const auto ilst = written.tree.find({atom::moov, atom::udta, atom::meta, atom::ilst});
+    ASSERT_TRUE(ilst);
+    EXPECT_EQ(ilst->size, 8);
+}
+
+TEST(EnhancedPodcastExport, BlankTitlesAndTheBlanksTrimmedAreUnicodeWhiteSpace)
+{
+    // A no-break space alone is blank: the podcast names the chapter; an
+    // ideographic space around a title is trimmed in the movie.
+    const std::vector<std::tuple<std::string, std::string, std::string>> cases = {
+        {".m4b", "\u00A0", "Chapter 1"},
+        {".m4b", "\u2003\u2029", "Chapter 1"},
+        {".mov", "\u3000Wellen\u3000", "Wellen"}};
+    for (const auto& [format, title, shown] : cases) {
+        SCOPED_TRACE(format + " " + title);
+        Lecture lecture;
+        lecture.destination.replace_extension(format);
+        lecture.addSlide(0, title, lecture.picture("slide.jpg", "a.jpg"));
+        ScopedDefaults defaults(Value::dictionary({{"AppleLanguages", Value::array({"en"})}}));
+        TestUserInterface ui;
+        ASSERT_FALSE(runExport(lecture, format, ui).alert);
+        EXPECT_EQ(test::runCommand("ffprobe -v error -show_entries chapter_tags=title -of csv=p=0 " +
+                                   test::shellQuote(lecture.destination.string()))
+                      .output,
+                  shown + "\n");
     }
 }
 

@@ -58,7 +58,7 @@ void TerminalUserInterface::showAlert(const ErrorRecord& error, std::string_view
     alertShown_ = error;
     std::ostringstream alert;
     alert << "\nExport failed: " << error.localizedDescription() << "\n";
-    if (auto cause = error.userInfo.stringForKey("NSLocalizedFailureReason")) alert << "Cause: " << *cause << "\n";
+    if (auto cause = error.userInfo.stringForKey(kLocalizedFailureReasonKey)) alert << "Cause: " << *cause << "\n";
     if (auto suggestion = error.localizedRecoverySuggestion(); !suggestion.empty()) alert << suggestion << "\n";
     if (auto options = error.userInfo.get("NSLocalizedRecoveryOptions"); options && options->asArray()) {
         alert << "Options:";

@@ -11,6 +11,7 @@
 #include "ExitStatus.h"
 #include "ProgramFolder.h"
 #include "QuickTimePlugin/QuickTimePlugin.h"
+#include "foundation/Progress.h"
 #include "foundation/RunLoop.h"
 
 namespace quillora::app {
@@ -75,6 +76,9 @@ int runToolPipelineExport(quilloraPlugin& plugin, const Value& params, const std
         plugin.userInterface().showAlert(*error, kHelpAnchor);
         return kExitFailed;
     }
+    beginProgressStage("Adding the tags");
+    const Value* tags = params.get("tags");
+    quickTime->setID3Tags(tags && tags->isDictionary() ? *tags : Value::dictionary(), output);
     return kExitSuccess;
 }
 

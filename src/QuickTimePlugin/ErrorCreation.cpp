@@ -82,4 +82,9 @@ ErrorRecord errorWithException(const NamedException& exception)
     return errorWithName(exception.name(), exception.reason(), exception.userInfo());
 }
 
+NamedException noSlidePictureException()
+{
+    return NamedException(std::string(QuilloraErrors::qtPluginImageResizeErr), "Could not resize the images");
+}
+
 }  // namespace quillora

@@ -38,4 +38,7 @@ inline constexpr std::string_view kErrorStringKey = "errorStringKey";
 ErrorRecord errorWithName(std::string_view name, std::string_view reason, const Value& userInfo);
 ErrorRecord errorWithException(const NamedException& exception);
 
+// The slides' pictures could not be resized because none of them could be loaded.
+NamedException noSlidePictureException();
+
 }  // namespace quillora

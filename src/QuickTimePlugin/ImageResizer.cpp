@@ -221,8 +221,10 @@ bool ImageResizer::resizeImages()
     // The screen shots are fitted into the frame that the slides decide.
     std::optional<Rect> frame = rectForImages(slideImages);
     if (!frame) {
-        logMethod(kResizeImagesMethod, "*** No slide image could be loaded, so there is no frame to draw the "
-                                       "pictures in; no picture was resized");
+        constexpr const char* kNoFrame =
+            "*** No slide image could be loaded, so there is no frame to draw the pictures in; no picture was resized";
+        logMethod(kResizeImagesMethod, "{}", kNoFrame);
+        if (!slideTransitions_.empty()) throw NoSlidePicture(kNoFrame);
         return false;
     }
 

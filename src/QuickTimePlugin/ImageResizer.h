@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,13 @@ class VImage;
 }
 
 namespace quillora {
+
+// There are slides but none of their pictures could be loaded, so there is no
+// frame to draw in: the export cannot go on.
+class NoSlidePicture : public std::out_of_range {
+public:
+    using std::out_of_range::out_of_range;
+};
 
 class ImageResizer {
 public:
@@ -46,8 +54,9 @@ public:
     // An array of transition dictionaries; anything else counts as empty.
     explicit ImageResizer(const Value& transitions);
 
-    // True when every picture of both lists was written. False also when no
-    // slide picture could be loaded, since then there is no frame to draw in.
+    // True when every picture of both lists was written; false also when
+    // there are no slides (no frame to draw the screen shots in). Throws
+    // NoSlidePicture when there are slides but none of them could be loaded.
     bool resizeImages();
 
 private:

@@ -78,7 +78,7 @@ ErrorRecord workingCopyError(const char* reason, const std::string& workingPath,
 {
     ErrorRecord error = errorWithName(QuilloraErrors::fileManipulationError, reason,
                                       Value::dictionary({{std::string(kErrorFilePathKey), workingPath}}));
-    error.userInfo.asDictionary()->set("NSLocalizedFailureReason", cause.what());
+    error.userInfo.asDictionary()->set(kLocalizedFailureReasonKey, cause.what());
     return error;
 }
 
@@ -349,8 +349,9 @@ std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
             }
         }
 
+        // Without "tags" the item list is written empty.
         const Value* tagsValue = exportParams().get("tags");
-        Value tags = tagsValue && tagsValue->isDictionary() ? *tagsValue : Value::dictionary();
+        const Value tags = tagsValue ? *tagsValue : Value();
         beginProgressStage("Adding the tags");
         const bool metadata = editor->addMetadata(tags, *file, workingPath);
         // Off by default: the file then holds exactly the tracks and tags above.
@@ -363,6 +364,10 @@ std::optional<ErrorRecord> QuickTimePlugin::exportM4abMovie()
         if (metadata) return std::nullopt;
         QUICKTIME_LOG("Could not add metadata.");
         return stageError(QuilloraErrors::qtPluginMetadataFromValuesErr, "Could not add metadata.");
+    } catch (const NoSlidePicture& failure) {
+        QUICKTIME_LOG("{}", failure.what());
+        if (file->isOpen()) close();
+        return errorWithException(noSlidePictureException());
     } catch (const std::exception& failure) {
         // A read or write of the working copy failed (a full disk, say).
         QUICKTIME_LOG("Editing the working copy failed: {}", failure.what());
@@ -431,26 +436,32 @@ bool QuickTimePlugin::exportAsChapterizedQuicktimeFileToPath(const std::string& 
     const Value& slides = slideTransitions();
     const bool haveSlides = slides.asArray() && !slides.asArray()->empty();
     if (haveSlides) {
-        beginProgressStage("Drawing the slides");
-        resizeImages();
-        beginProgressStage("Adding the chapters");
         bool added = false;
+        std::optional<std::string> cause;
         try {
+            beginProgressStage("Drawing the slides");
+            resizeImages();
+            beginProgressStage("Adding the chapters");
             added = editor->addChapterTrack(slides, nullptr);
+        } catch (const NoSlidePicture& failure) {
+            // The chapters would have no pictures to show.
+            QUICKTIME_LOG("{}", failure.what());
+            cause = errorWithException(noSlidePictureException()).localizedDescription();
         } catch (const std::exception& failure) {
             QUICKTIME_LOG("Adding chapters failed: {}", failure.what());
         }
         if (!added) {
             editor.reset();
             closeStorage();
-            return fail(-103, "Could not add chapters to the destination movie.");
+            fail(-103, "Could not add chapters to the destination movie.");
+            if (cause) saveError_->userInfo.asDictionary()->set(kLocalizedFailureReasonKey, *cause);
+            return false;
         }
     }
     logMethod(kExportAsMovie, "Successfully added chapters to movie.");
 
     const UserDefaults defaults = UserDefaults::standardUserDefaults();
-    const Value* supportForURL = defaults.objectForKey("supportForURL");
-    if (supportForURL && supportForURL->isBool() && *supportForURL->asBool() && haveSlides) {
+    if (defaults.isYes("supportForURL") && haveSlides) {
         const Value attributes = textTrackAttributes(defaults);
         const std::int64_t fontSize = textStyleFromAttributes(attributes).fontSize;
         const Value parameters = Value::dictionary({{"height", fontSize + 10}, {"width", 800}});
@@ -488,8 +499,7 @@ bool QuickTimePlugin::exportAsChapterizedQuicktimeFileToPath(const std::string& 
     bool metadataSet = false;
     try {
         const Value* tags = exportParams().get("tags");
-        metadataSet =
-            exported && tags && tags->isDictionary() && editor->setMetaData(*tags, kQTMetaDataStorageFormatQuickTime);
+        metadataSet = editor->setMetaData(tags ? *tags : Value(), kQTMetaDataStorageFormatQuickTime);
         editor->updateMovie();
     } catch (const std::exception& failure) {
         QUICKTIME_LOG("Setting the metadata failed: {}", failure.what());

@@ -1,7 +1,8 @@
 // The older way to an enhanced podcast, kept beside the in-place pipeline:
 // the chapters are described in an XML document, "ChapterTool" makes the
 // podcast from the recording and that document, and "AtomicParsley" writes
-// the tags. No export entry point leads here; a host calls createM4AFile.
+// the tags. No export entry point leads here; a host calls createM4AFile,
+// and then setID3Tags on its result if it wants the tags.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -13,6 +14,7 @@
 #include <sstream>
 
 #include "QuickTimePlugin/ErrorCreation.h"
+#include "QuickTimePlugin/ImageResizer.h"
 #include "QuickTimePlugin/QuickTimePlugin.h"
 #include "foundation/Log.h"
 #include "foundation/Progress.h"
@@ -91,11 +93,14 @@ double recordingSeconds(const std::string& recordingPath)
     return static_cast<double>(recording->duration()) / recording->timeScale();
 }
 
-// "%H:%M:%S.%F" of the elapsed time as a date in GMT, so hours wrap at 24.
+// "%H:%M:%S.%F" of the elapsed time as a time of day in GMT: hours wrap at
+// 24, and a time before zero falls on the day before (-0.5 s is 23:59:59.500).
 std::string startTime(double seconds)
 {
-    const auto milliseconds = static_cast<std::int64_t>(std::floor(seconds * 1000 + 1e-6));
-    return fmt::format("{:02}:{:02}:{:02}.{:03}", milliseconds / 3600000 % 24, milliseconds / 60000 % 60,
+    constexpr std::int64_t kDay = 24 * 3600000;
+    const auto elapsed = static_cast<std::int64_t>(std::floor(seconds * 1000 + 1e-6));
+    const std::int64_t milliseconds = (elapsed % kDay + kDay) % kDay;
+    return fmt::format("{:02}:{:02}:{:02}.{:03}", milliseconds / 3600000, milliseconds / 60000 % 60,
                        milliseconds / 1000 % 60, milliseconds % 1000);
 }
 
@@ -295,7 +300,11 @@ bool QuickTimePlugin::createM4AFile(const std::string& destination)
         }
         showStatus(*this, "savingImages");
         showStatus(*this, "resizingImages");
-        resizeImages();
+        try {
+            resizeImages();
+        } catch (const NoSlidePicture&) {
+            throw noSlidePictureException();
+        }
         showStatus(*this, "createXML");
         const auto document = generateXML();
         showStatus(*this, "createAudioFile");
@@ -303,9 +312,6 @@ bool QuickTimePlugin::createM4AFile(const std::string& destination)
         const auto temporary =
             (folder / ("." + uniqueName() + std::filesystem::path(destination).extension().string())).string();
         createEnhancedPodcastInURL(temporary, *document);
-        beginProgressStage("Adding the tags");
-        const Value* tags = exportParams().get("tags");
-        setID3Tags(tags && tags->isDictionary() ? *tags : Value::dictionary(), temporary);
         std::error_code renamed;
         std::filesystem::rename(temporary, destination, renamed);
         QUILLORA_ASSERT(!renamed, std::string(kCreateM4AFile), "could not rename temp file to final file name");

@@ -14,6 +14,8 @@ namespace quillora {
 inline constexpr const char* kLocalizedDescriptionKey = "NSLocalizedDescription";
 inline constexpr const char* kLocalizedRecoverySuggestionKey = "NSLocalizedRecoverySuggestion";
 inline constexpr const char* kLocalizedRecoveryOptionsKey = "NSLocalizedRecoveryOptions";
+// Why it happened, in the system's words ("No space left on device").
+inline constexpr const char* kLocalizedFailureReasonKey = "NSLocalizedFailureReason";
 
 // What reaches the user: a domain, a code and a user-info dictionary holding
 // the localized description, recovery suggestion and recovery options.

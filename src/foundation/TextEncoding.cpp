@@ -22,32 +22,41 @@ constexpr std::array<char32_t, 128> kMacRomanHigh = {
 // clang-format on
 
 constexpr char32_t kReplacement = 0xFFFD;
+// Outside Unicode, so that a U+FFFD written in the text is a character like any other.
+constexpr char32_t kMalformed = 0xFFFFFFFF;
 
-// One code point from text at i (advancing i); kReplacement for a bad sequence.
-char32_t nextCodePoint(std::string_view text, std::size_t& i)
+// One code point from text at i (advancing i); kMalformed for a bad sequence.
+char32_t nextCodePointOrMalformed(std::string_view text, std::size_t& i)
 {
     const auto lead = static_cast<unsigned char>(text[i++]);
     if (lead < 0x80) return lead;
     int extra = lead >= 0xF0 && lead < 0xF5 ? 3 : lead >= 0xE0 ? 2 : lead >= 0xC2 && lead < 0xE0 ? 1 : -1;
-    if (extra < 0) return kReplacement;
+    if (extra < 0) return kMalformed;
     char32_t value = lead & (0x3F >> extra);
     for (int k = 0; k < extra; ++k) {
-        if (i >= text.size() || (static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) return kReplacement;
+        if (i >= text.size() || (static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) return kMalformed;
         value = (value << 6) | (static_cast<unsigned char>(text[i++]) & 0x3F);
     }
     const bool overlong = (extra == 2 && value < 0x800) || (extra == 3 && value < 0x10000);
-    if (overlong || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF)) return kReplacement;
+    if (overlong || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF)) return kMalformed;
     return value;
 }
 
 }  // namespace
 
+std::optional<char32_t> nextCodePoint(std::string_view text, std::size_t& i)
+{
+    const char32_t c = nextCodePointOrMalformed(text, i);
+    if (c == kMalformed) return std::nullopt;
+    return c;
+}
+
 std::optional<std::u32string> decodeUTF8(std::string_view text)
 {
     std::u32string decoded;
     for (std::size_t i = 0; i < text.size();) {
-        const char32_t c = nextCodePoint(text, i);
-        if (c == kReplacement) return std::nullopt;
+        const char32_t c = nextCodePointOrMalformed(text, i);
+        if (c == kMalformed) return std::nullopt;
         decoded.push_back(c);
     }
     return decoded;
@@ -124,8 +133,8 @@ Bytes utf16BigEndian(std::string_view text, bool byteOrderMark)
     ByteWriter writer(2 * text.size() + 2);
     if (byteOrderMark) writer.putU16BE(0xFEFF);
     for (std::size_t i = 0; i < text.size();) {
-        char32_t c = nextCodePoint(text, i);
-        if (c == kReplacement) c = '?';
+        char32_t c = nextCodePointOrMalformed(text, i);
+        if (c == kMalformed) c = '?';
         if (c >= 0x10000) {
             c -= 0x10000;
             writer.putU16BE(static_cast<std::uint16_t>(0xD800 | (c >> 10)));

@@ -11,6 +11,11 @@
 
 namespace quillora {
 
+// The code point of UTF-8 text at i, moving i past it; nothing for a
+// malformed sequence (i then stands past the bytes read). A U+FFFD in the text
+// is a character like any other.
+std::optional<char32_t> nextCodePoint(std::string_view text, std::size_t& i);
+
 // The code points of UTF-8 text; nothing when the text is not UTF-8.
 std::optional<std::u32string> decodeUTF8(std::string_view text);
 

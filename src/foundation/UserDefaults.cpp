@@ -45,6 +45,12 @@ bool UserDefaults::boolForKey(std::string_view key) const
     return value ? value->asBool().value_or(false) : false;
 }
 
+bool UserDefaults::isYes(std::string_view key) const
+{
+    const Value* value = objectForKey(key);
+    return value && value->isNumber() && value->asReal() == 1.0;
+}
+
 std::int64_t UserDefaults::integerForKey(std::string_view key) const
 {
     const Value* value = objectForKey(key);

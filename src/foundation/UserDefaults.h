@@ -32,6 +32,9 @@ public:
     double doubleForKey(std::string_view key) const;         // missing: 0
     std::optional<std::string> stringForKey(std::string_view key) const;
     std::optional<Bytes> dataForKey(std::string_view key) const;
+    // The value compares equal to YES: a boolean true or the number 1 (a
+    // text such as "YES" does not).
+    bool isYes(std::string_view key) const;
 
     void set(std::string key, Value value) { values_->set(std::move(key), std::move(value)); }
     const DictionaryRef& dictionary() const { return values_; }

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "foundation/FourCC.h"
+#include "foundation/WhiteSpace.h"
 
 namespace quillora {
 
@@ -19,7 +20,7 @@ void putLengthAndText(ByteWriter& writer, std::string_view text)
 
 bool isBlank(const std::string& text)
 {
-    return text.find_first_not_of(" \t\n\r\v\f") == std::string::npos;
+    return trimmedWhiteSpaceAndLineEnds(text).empty();
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "foundation/FourCC.h"
 #include "foundation/Log.h"
 #include "foundation/TextEncoding.h"
+#include "foundation/WhiteSpace.h"
 #include "toolbox/TextMedia.h"
 #include "toolbox/Toolbox.h"
 
@@ -29,14 +30,6 @@ constexpr std::size_t kTextDescriptionHandleSize = 60;
 constexpr std::int16_t kCentred = 1;
 constexpr std::int32_t kChapterDisplayFlags = 4;
 constexpr std::int64_t kChapterImageQuality = 512;
-
-std::string trimmed(const std::string& text)
-{
-    const char* blanks = " \t\n\r\f\v";
-    const auto first = text.find_first_not_of(blanks);
-    if (first == std::string::npos) return "";
-    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
 
 }  // namespace
 
@@ -114,8 +107,9 @@ bool QTDataEditor::addChapterTrack(const Value& transitions, ErrorRecord* /*erro
         logMethod(kAddChapterTrack, "    image: {}", std::filesystem::path(imagePath).filename().string());
 
         const auto slideTitle = transition.stringForKey("slideTitle");
-        const std::string title =
-            slideTitle && !slideTitle->empty() ? trimmed(*slideTitle) : fmt::format("Chapter {}", chapter);
+        const std::string title = slideTitle && !slideTitle->empty()
+                                      ? std::string(trimmedWhiteSpaceAndLineEnds(*slideTitle))
+                                      : fmt::format("Chapter {}", chapter);
         logMethod(kAddChapterTrack, "    title: {}", title);
 
         const Bytes text = utf16BigEndian(title, true);

@@ -124,13 +124,16 @@ bool QTDataEditor::AddHTAct_AddHyperTextToTextMovie(const Value& transitions)
     Track* track = GetMovieIndTrackType(*sourceMovie_, 2, kText, movieTrackMediaType);
     Media* media = GetTrackMedia(track);
     Handle container;
-    if (!media || !addHTAct_CreateHyperTextActionContainer(container, kPlaceholderURL)) return false;
-    auto stop = [](std::string_view message) {
+    if (!media) return false;
+    // A failed step ends the loop; the media is still put back into the
+    // track, the movie written and the container disposed of.
+    bool wired = addHTAct_CreateHyperTextActionContainer(container, kPlaceholderURL);
+    auto stop = [&wired](std::string_view message) {
         logMethod(kAddToTextMovie, "{}", message);
         logMethod(kAddToTextMovie, "An error has occurred");
-        return false;
+        wired = false;
     };
-    const auto items = transitions.asArray() ? *transitions.asArray() : Array{};
+    const auto items = wired && transitions.asArray() ? *transitions.asArray() : Array{};
     for (const auto& transition : items) {
         logMethod(kAddToTextMovie, "Adding link URL");
         transition.get("linkURL");  // read, not used: every sample gets the one container
@@ -143,28 +146,43 @@ bool QTDataEditor::AddHTAct_AddHyperTextToTextMovie(const Value& transitions)
         TimeValue sampleTime = 0;
         TimeValue sampleDuration = 0;
         if (GetMediaSample(media, sample, 0, &size, mediaTime, &sampleTime, &sampleDuration, description, nullptr, 1,
-                           nullptr, nullptr) != noErr)
-            return stop("Could not get media sample");
+                           nullptr, nullptr) != noErr) {
+            stop("Could not get media sample");
+            break;
+        }
         logMethod(kAddToTextMovie, "sampleSize {} and time {}", size, sampleTime);
         logMethod(kAddToTextMovie, "sampleSize from direct call {}", GetHandleSize(sample));
-        if (!addHTAct_AddHyperActions(container, sample)) return stop("Error adding hepertext actions");
+        if (!addHTAct_AddHyperActions(container, sample)) {
+            stop("Error adding hepertext actions");
+            break;
+        }
         // The edit rate is asked for, but the search runs at normal speed.
         [[maybe_unused]] const Fixed rate = GetTrackEditRate(track, mediaTime);
         TimeValue interesting = 0;
         TimeValue interestingDuration = 0;
         GetTrackNextInterestingTime(track, kInterestingFlags, mediaTime, kFixed1, &interesting, &interestingDuration);
-        if (GetMoviesError() != noErr) return stop("Could not GetTrackNextInterestingTime");
-        if (DeleteTrackSegment(track, interesting, interestingDuration) != noErr)
-            return stop("Could not DeleteTrackSegment");
-        if (BeginMediaEdits(media) != noErr) return stop("Could not BeginMediaEdits");
-        if (AddMediaSample(media, sample, 0, GetHandleSize(sample), sampleDuration, description, 1, 0, nullptr) !=
-            noErr)
-            return stop("Could not AddMediaSample");
-        if (EndMediaEdits(media) != noErr) return stop("Could not EndMediaEdits");
+        const char* failed = nullptr;
+        if (GetMoviesError() != noErr) {
+            failed = "Could not GetTrackNextInterestingTime";
+        } else if (DeleteTrackSegment(track, interesting, interestingDuration) != noErr) {
+            failed = "Could not DeleteTrackSegment";
+        } else if (BeginMediaEdits(media) != noErr) {
+            failed = "Could not BeginMediaEdits";
+        } else if (AddMediaSample(media, sample, 0, GetHandleSize(sample), sampleDuration, description, 1, 0,
+                                  nullptr) != noErr) {
+            failed = "Could not AddMediaSample";
+        } else if (EndMediaEdits(media) != noErr) {
+            failed = "Could not EndMediaEdits";
+        }
+        if (failed) {
+            stop(failed);
+            break;
+        }
     }
     InsertMediaIntoTrack(track, 0, 0, GetMediaDuration(media), kFixed1);
-    QTDisposeAtomContainer(container);
-    return true;
+    sourceMovie_->updateMovieFile();  // the movie resource; a movie never saved has none
+    if (container) QTDisposeAtomContainer(container);
+    return wired;
 }
 
 bool QTDataEditor::addTextTrackWithHyperLinks(const Value& transitions, const Value& attributes,

@@ -130,6 +130,7 @@ Value QTDataEditor::getMetaDataForFileAtPath(const std::string& path)
 bool QTDataEditor::setMetaData(const Value& tags, std::uint32_t storageFormat)
 {
     logMethod(kSetMetaData, "Setting MetaData");
+    if (tags.isNull()) return true;  // no tags: nothing to set
     auto entries = tags.asDictionary();
     QUILLORA_ASSERT(entries && sourceMovie_, std::string(kSetMetaData), "no tags or no movie");
     entries->set("software", "Quillora");
