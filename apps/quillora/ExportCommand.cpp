@@ -106,6 +106,7 @@ struct CheckedExport {
     std::uintmax_t inputBytes = 0;
     double recordingSeconds = 0;  // of the prepared recording
     std::optional<std::filesystem::path> cover;
+    std::vector<std::string> warnings;
 };
 
 std::filesystem::path checkDestination(const std::filesystem::path& output, const CheckedExport& checked)
@@ -145,8 +146,9 @@ void checkExport(const ExportOptions& options, CheckedExport& checked, std::ostr
         checked.inputs.push_back(*checked.cover);
     }
     const std::filesystem::path pictures = std::filesystem::path(checked.context.tempProcessingFolderPath) / "pictures";
-    auto readList = [&](const std::filesystem::path& file, const char* folder) {
-        Transitions list = readTransitions(file, pictures / folder, recording.duration);
+    auto readList = [&](const std::filesystem::path& file, const char* folder, const TransitionRules& rules) {
+        Transitions list = readTransitions(file, pictures / folder, recording.duration, rules);
+        checked.warnings.insert(checked.warnings.end(), list.warnings.begin(), list.warnings.end());
         checked.inputs.push_back(file);
         for (const auto& picture : list.pictures) {
             checked.inputs.push_back(picture);
@@ -154,8 +156,15 @@ void checkExport(const ExportOptions& options, CheckedExport& checked, std::ostr
         }
         return list.records;
     };
-    if (options.transitions) checked.context.slideTransitions = readList(*options.transitions, "slides");
-    if (options.screenshots) checked.context.screenshotTransitions = readList(*options.screenshots, "screenshots");
+    const bool movie = checked.format == ".mov";
+    if (options.transitions) {
+        checked.context.slideTransitions = readList(*options.transitions, "slides", {true, true, movie});
+    }
+    // Screen shots' times are never put in a track; their texts only by the tools.
+    if (options.screenshots) {
+        checked.context.screenshotTransitions =
+            readList(*options.screenshots, "screenshots", {false, options.pipeline == "tools", movie});
+    }
     for (const auto& file : {options.tags, options.defaults, options.templateFile}) {
         if (file) checked.inputs.push_back(*file);
     }
@@ -186,6 +195,7 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
         removeOurScratch();
         return kExitRefused;
     }
+    for (const auto& warning : checked.warnings) err << "quillora: warning: " << warning << "\n";
     HostContext& context = checked.context;
 
     auto search = loadPlugins(options.pluginFolders.empty() ? defaultPluginFolders() : options.pluginFolders);

@@ -37,13 +37,14 @@ Value readInputFile(const std::filesystem::path& path, std::string_view what)
 }
 
 Transitions readTransitions(const std::filesystem::path& path, const std::filesystem::path& pictureFolder,
-                            std::uint64_t recordingDuration)
+                            std::uint64_t recordingDuration, const TransitionRules& rules)
 {
     Value transitions = readInputFile(path, "The transitions file");
     auto records = transitions.asArray();
     if (!records) throw InputError(fmt::format("{}: expected an array of transitions", path.string()));
     const auto base = path.parent_path();
     std::vector<std::filesystem::path> pictures;
+    std::vector<std::string> warnings;
     std::optional<std::int64_t> previousTime;
     for (std::size_t i = 0; i < records->size(); ++i) {
         auto record = (*records)[i].asDictionary();
@@ -59,14 +60,13 @@ Transitions readTransitions(const std::filesystem::path& path, const std::filesy
         if (!std::filesystem::is_regular_file(picture)) {
             throw InputError(fmt::format("{}: the picture {} does not exist", where, picture.string()));
         }
-        checkTransition(*record, picture, where, previousTime, recordingDuration);
-        previousTime = record->find("timeValue")->asInteger();
+        previousTime = checkTransition(*record, picture, where, previousTime, recordingDuration, rules, warnings);
         pictures.push_back(picture);
     }
     for (std::size_t i = 0; i < records->size(); ++i) {
         (*records)[i].asDictionary()->set("imagePath", copyPicture(pictures[i], pictureFolder, i).string());
     }
-    return {transitions, pictures};
+    return {transitions, pictures, warnings};
 }
 
 Value readTags(const std::filesystem::path& path)

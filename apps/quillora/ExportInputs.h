@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "InputChecks.h"
 #include "foundation/UserDefaults.h"
 #include "foundation/Value.h"
 
@@ -32,9 +33,10 @@ Value readInputFile(const std::filesystem::path& path, std::string_view what);
 struct Transitions {
     Value records;
     std::vector<std::filesystem::path> pictures;  // the user's own files, in record order
+    std::vector<std::string> warnings;            // what the export will do otherwise than asked
 };
 Transitions readTransitions(const std::filesystem::path& path, const std::filesystem::path& pictureFolder,
-                            std::uint64_t recordingDuration);
+                            std::uint64_t recordingDuration, const TransitionRules& rules);
 
 // A dictionary of tag names to text.
 Value readTags(const std::filesystem::path& path);

@@ -16,6 +16,8 @@
 
 #include "ExportInputs.h"
 #include "foundation/FourCC.h"
+#include "foundation/TextEncoding.h"
+#include "foundation/WhiteSpace.h"
 #include "images/ImageLibrary.h"
 #include "layout/PodcastTrackIDs.h"
 #include "toolbox/Movie.h"
@@ -73,14 +75,84 @@ std::optional<std::string> pictureProblem(const std::filesystem::path& picture)
     }
 }
 
-void checkTextLength(const Value* text, std::size_t longest, const std::string& where, const char* what)
+const std::string* textOf(const Value* value, const std::string& where, const char* what)
 {
-    if (!text) return;
-    const auto string = text->asString();
-    if (!string) throw InputError(fmt::format("{}: {} is not text", where, what));
-    if (string->size() > longest) {
-        throw InputError(fmt::format("{}: {} is {} bytes long; a text sample holds at most {}", where, what,
-                                     string->size(), longest));
+    if (!value) return nullptr;
+    const std::string* text = value->asString();
+    if (!text) throw InputError(fmt::format("{}: {} is not text", where, what));
+    return text;
+}
+
+void checkTextLength(const Value* value, std::size_t longest, const std::string& where, const char* what)
+{
+    const std::string* text = textOf(value, where, what);
+    if (text && text->size() > longest) {
+        throw InputError(
+            fmt::format("{}: {} is {} bytes long; a text sample holds at most {}", where, what, text->size(), longest));
+    }
+}
+
+// The time as the track writers read it: a whole number, a fraction dropped.
+std::int64_t checkTime(const Dictionary& record, const std::string& where, std::optional<std::int64_t> previousTime,
+                       std::uint64_t recordingDuration, std::vector<std::string>& warnings)
+{
+    const Value* time = record.find("timeValue");
+    const auto value = time ? time->asInteger() : std::nullopt;
+    if (!value) throw InputError(where + " has no \"timeValue\" (a number of the recording's time units)");
+    if (time->isReal() && static_cast<double>(*value) != *time->asReal()) {
+        warnings.push_back(fmt::format("{}: \"timeValue\" {} is not a whole number; the slide starts at {}, the "
+                                       "whole number the tracks read from it",
+                                       where, *time->asReal(), *value));
+    }
+    if (*value < 0) throw InputError(fmt::format("{}: \"timeValue\" {} is negative", where, *value));
+    if (*value > std::numeric_limits<std::int32_t>::max()) {
+        throw InputError(fmt::format("{}: \"timeValue\" {} does not fit the podcast's 32-bit times", where, *value));
+    }
+    if (static_cast<std::uint64_t>(*value) >= recordingDuration) {
+        throw InputError(fmt::format("{}: \"timeValue\" {} is not before the end of the recording ({})", where, *value,
+                                     recordingDuration));
+    }
+    if (previousTime && *value <= *previousTime) {
+        throw InputError(fmt::format("{}: \"timeValue\" {} does not come after the slide before it ({}); times must "
+                                     "increase from slide to slide",
+                                     where, *value, *previousTime));
+    }
+    return *value;
+}
+
+void checkTexts(const Dictionary& record, const std::string& where, bool movie, std::vector<std::string>& warnings)
+{
+    const Value* title = record.find("slideTitle");
+    if (!movie) {
+        checkTextLength(title, kLongestSampleText, where, "the title");
+    } else if (const std::string* text = textOf(title, where, "the title")) {
+        // A movie's chapter sample holds the title in UTF-16, after a byte-order mark.
+        const std::size_t bytes = 2 + 2 * utf16Length(trimmedWhiteSpaceAndLineEnds(*text));
+        if (bytes > kLongestSampleText) {
+            throw InputError(fmt::format("{}: the title is {} bytes long in UTF-16; a movie's chapter sample holds at "
+                                         "most {}",
+                                         where, bytes, kLongestSampleText));
+        }
+    }
+    const Value* link = record.find("linkURL");
+    if (!link || link->isNull()) return;
+    const auto entries = link->asDictionary();
+    if (!entries) throw InputError(where + ": \"linkURL\" must be a dictionary with \"title\" and \"url\"");
+    const std::string* url = textOf(entries->find("url"), where, "the link's URL");
+    if (movie) {
+        textOf(entries->find("title"), where, "the link's title");  // cut to the sample's 65,535 bytes
+        return;
+    }
+    checkTextLength(entries->find("title"), kLongestSampleText, where, "the link's title");
+    if (url && url->size() > kLongestURL) {
+        // Written whole, but its length is stored in one byte.
+        const std::size_t read = url->size() % 256;
+        warnings.push_back(
+            fmt::format("{}: the link's URL is {} bytes long, more than the {} a podcast's link "
+                        "holds; players will {}",
+                        where, url->size(), kLongestURL,
+                        read == 0 ? std::string("find no address in it")
+                                  : fmt::format("open only its first {} bytes, \"{}\"", read, url->substr(0, read))));
     }
 }
 
@@ -141,39 +213,18 @@ RecordingFacts checkRecording(const std::filesystem::path& path, bool enhancedPo
     return facts;
 }
 
-void checkTransition(const Dictionary& record, const std::filesystem::path& picture, const std::string& where,
-                     std::optional<std::int64_t> previousTime, std::uint64_t recordingDuration)
+std::optional<std::int64_t> checkTransition(const Dictionary& record, const std::filesystem::path& picture,
+                                            const std::string& where, std::optional<std::int64_t> previousTime,
+                                            std::uint64_t recordingDuration, const TransitionRules& rules,
+                                            std::vector<std::string>& warnings)
 {
-    const Value* time = record.find("timeValue");
-    const auto value = time ? time->asInteger() : std::nullopt;
-    if (!value || (time->isReal() && static_cast<double>(*value) != *time->asReal())) {
-        throw InputError(where + " has no \"timeValue\" (a whole number of the recording's time units)");
-    }
-    if (*value < 0) throw InputError(fmt::format("{}: \"timeValue\" {} is negative", where, *value));
-    if (*value > std::numeric_limits<std::int32_t>::max()) {
-        throw InputError(fmt::format("{}: \"timeValue\" {} does not fit the podcast's 32-bit times", where, *value));
-    }
-    if (static_cast<std::uint64_t>(*value) >= recordingDuration) {
-        throw InputError(fmt::format("{}: \"timeValue\" {} is not before the end of the recording ({})", where, *value,
-                                     recordingDuration));
-    }
-    if (previousTime && *value <= *previousTime) {
-        throw InputError(fmt::format("{}: \"timeValue\" {} does not come after the slide before it ({}); times must "
-                                     "increase from slide to slide",
-                                     where, *value, *previousTime));
-    }
-
-    checkTextLength(record.find("slideTitle"), kLongestSampleText, where, "the title");
-    if (const Value* link = record.find("linkURL"); link && !link->isNull()) {
-        const auto entries = link->asDictionary();
-        if (!entries) throw InputError(where + ": \"linkURL\" must be a dictionary with \"title\" and \"url\"");
-        checkTextLength(entries->find("title"), kLongestSampleText, where, "the link's title");
-        checkTextLength(entries->find("url"), kLongestURL, where, "the link's URL");
-    }
-
+    std::optional<std::int64_t> time;
+    if (rules.checkTimes) time = checkTime(record, where, previousTime, recordingDuration, warnings);
+    if (rules.checkTexts) checkTexts(record, where, rules.movie, warnings);
     if (auto problem = pictureProblem(picture)) {
         throw InputError(fmt::format("{}: the picture {} cannot be read: {}", where, picture.string(), *problem));
     }
+    return time;
 }
 
 bool isFormatName(const std::string& format)

@@ -25,11 +25,22 @@ struct RecordingFacts {
 // IDs the new tracks take.
 RecordingFacts checkRecording(const std::filesystem::path& path, bool enhancedPodcast);
 
+// What a transition must be depends on where its time and texts go.
+struct TransitionRules {
+    bool checkTimes = true;  // slides; a screen shot's time is never put in a track
+    bool checkTexts = true;  // put in text samples (screen shots only on the tools route)
+    bool movie = false;      // a .mov, whose samples hold longer link titles and URLs
+};
+
 // One transition record, the picture it names resolved to a file. where names
 // the file and the slide for the message; previousTime is the time of the
-// record before it in the same list.
-void checkTransition(const Dictionary& record, const std::filesystem::path& picture, const std::string& where,
-                     std::optional<std::int64_t> previousTime, std::uint64_t recordingDuration);
+// record before it in the same list. Returns the time as the plug-in reads
+// it (a fraction is dropped), when the rules check it; what the export will
+// do differently from what the record asks is added to warnings.
+std::optional<std::int64_t> checkTransition(const Dictionary& record, const std::filesystem::path& picture,
+                                            const std::string& where, std::optional<std::int64_t> previousTime,
+                                            std::uint64_t recordingDuration, const TransitionRules& rules,
+                                            std::vector<std::string>& warnings);
 
 // The output formats the plug-in makes, and the extensions each may be saved
 // under.
