@@ -5,10 +5,16 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cmath>
+#include <fstream>
+#include <regex>
+#include <sstream>
 #include <tuple>
 
+#include "PublishTestSupport.h"
 #include "TrackTestSupport.h"
 #include "layout/ColorData.h"
+#include "layout/CssColorNames.h"
 
 using namespace quillora;
 using quillora::test::chars;
@@ -93,5 +99,48 @@ TEST(ColorData, AnythingElseIsNoColourAndLeavesTheOutputAlone)
         RGBColor color{1, 2, 3};
         EXPECT_FALSE(QRGetRGBColorFromData(data, color)) << data.size() << " bytes";
         EXPECT_TRUE(color.red == 1 && color.green == 2 && color.blue == 3);
+    }
+}
+
+TEST(ColorData, ColourTextIsReadAsABrowserReadsCss)
+{
+    if (!test::chromiumInstalled()) GTEST_SKIP() << "chromium is not installed";
+    const auto names = cssColorNames();
+    std::vector<std::string> texts(names.begin(), names.end());
+    ASSERT_EQ(texts.size(), 148u);
+    for (const char* text : {"transparent", "TOMATO", "RebeccaPurple", "#F00", "#0f08", "#FF8000", "#00ff0033",
+                             " #abc ", "#GG0000", "FF8000", "bogus", "#12345", "#1234567", ""}) {
+        texts.emplace_back(text);
+    }
+    // Each text as a CSS colour (in standards mode, where "FF8000" is none); one
+    // the browser refuses leaves the colour inherited, rgb(1, 2, 3).
+    test::TemporaryFolder folder;
+    std::string list;
+    for (const auto& text : texts) list += (list.empty() ? "\"" : ", \"") + text + "\"";
+    std::ofstream(folder.path() / "colours.html")
+        << "<!DOCTYPE html><html><body style=\"color: rgb(1, 2, 3)\"><pre id=\"out\"></pre><script>const lines = [];\n"
+        << "for (const text of [" << list << "]) {\n"
+        << "  const probe = document.createElement('div'); probe.style.color = text; "
+           "document.body.appendChild(probe);\n"
+        << "  lines.push(getComputedStyle(probe).color); }\n"
+        << "document.getElementById('out').textContent = lines.join('\\n');</script></body></html>";
+    std::istringstream computed(
+        test::elementText(test::renderedDom("file://" + (folder.path() / "colours.html").string(), folder), "out"));
+    const std::regex rgba(R"(rgba?\((\d+), (\d+), (\d+)(?:, ([\d.]+))?\))");
+    for (const auto& text : texts) {
+        std::string line;
+        ASSERT_TRUE(std::getline(computed, line)) << text;
+        std::smatch parts;
+        ASSERT_TRUE(std::regex_match(line, parts, rgba)) << text << ": " << line;
+        const auto ours = colorComponentsFromData(chars(text));
+        if (line == "rgb(1, 2, 3)") {
+            EXPECT_FALSE(ours) << text;
+            continue;
+        }
+        ASSERT_TRUE(ours) << text << ": " << line;
+        EXPECT_EQ(std::lround(ours->red * 255), std::stoi(parts[1])) << text;
+        EXPECT_EQ(std::lround(ours->green * 255), std::stoi(parts[2])) << text;
+        EXPECT_EQ(std::lround(ours->blue * 255), std::stoi(parts[3])) << text;
+        EXPECT_NEAR(ours->alpha, parts[4].matched ? std::stod(parts[4]) : 1.0, 0.005) << text;
     }
 }

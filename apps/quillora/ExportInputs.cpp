@@ -6,6 +6,7 @@
 
 #include "InputChecks.h"
 #include "foundation/PropertyList.h"
+#include "layout/ColorData.h"
 
 namespace quillora::app {
 
@@ -86,10 +87,17 @@ UserDefaults readDefaults(const std::filesystem::path& path)
     auto entries = values.asDictionary();
     if (!entries) throw InputError(fmt::format("{}: expected a dictionary of preferences", path.string()));
     for (const char* key : {"textTrackFontColor", "textTrackBackgroundColor"}) {
-        if (Value* colour = entries->find(key); colour && colour->asString()) {
-            const std::string& text = *colour->asString();
-            *colour = Value(Bytes(text.begin(), text.end()));
-        }
+        Value* colour = entries->find(key);
+        if (!colour) continue;
+        const std::optional<std::string> text = colour->asString() ? std::optional(*colour->asString()) : std::nullopt;
+        if (text) *colour = Value(Bytes(text->begin(), text->end()));
+        if (colour->asData() && colorComponentsFromData(*colour->asData())) continue;
+        const std::string given = text               ? fmt::format("\"{}\"", *text)
+                                  : colour->asData() ? std::string("data that holds no RGB or white colour")
+                                                     : std::string("not a colour");
+        throw InputError(fmt::format("{}: \"{}\" is {}; give a CSS colour name (\"red\", \"transparent\"), #RGB, "
+                                     "#RGBA, #RRGGBB or #RRGGBBAA",
+                                     path.string(), key, given));
     }
     return UserDefaults(entries);
 }

@@ -41,8 +41,9 @@ Transitions readTransitions(const std::filesystem::path& path, const std::filesy
 // A dictionary of tag names to text.
 Value readTags(const std::filesystem::path& path);
 
-// Preferences; a colour given as text ("#RRGGBB" or "#RRGGBBAA") becomes the
-// colour data the writers read.
+// Preferences; a colour given as text (a CSS name, #RGB, #RGBA, #RRGGBB or
+// #RRGGBBAA) becomes the colour data the writers read; anything that is no
+// colour is refused, naming the key.
 UserDefaults readDefaults(const std::filesystem::path& path);
 
 }  // namespace quillora::app

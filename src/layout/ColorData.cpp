@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "layout/CssColorNames.h"
+
 namespace quillora {
 
 namespace {
@@ -20,22 +22,33 @@ int hexDigit(char c)
     return -1;
 }
 
-// "#RRGGBB" or "#RRGGBBAA", blanks around it allowed.
+// A CSS colour name, or "#" and 3, 4, 6 or 8 hex digits (RGB, RGBA, RRGGBB,
+// RRGGBBAA; a short form's digits stand doubled), blanks around it allowed.
 std::optional<ColorComponents> colorFromText(std::string_view text)
 {
     while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front()))) text.remove_prefix(1);
     while (!text.empty() && (std::isspace(static_cast<unsigned char>(text.back())) || text.back() == '\0')) {
         text.remove_suffix(1);
     }
-    if (text.empty() || text.front() != '#') return std::nullopt;
+    if (text.empty()) return std::nullopt;
+    if (text.front() != '#') {
+        const auto named = cssNamedColor(text);
+        if (!named) return std::nullopt;
+        return ColorComponents{(*named >> 24) / 255.0, (*named >> 16 & 0xFF) / 255.0, (*named >> 8 & 0xFF) / 255.0,
+                               (*named & 0xFF) / 255.0};
+    }
     text.remove_prefix(1);
-    if (text.size() != 6 && text.size() != 8) return std::nullopt;
+    const std::size_t digitsPerChannel = text.size() == 3 || text.size() == 4 ? 1 : 2;
+    if (text.size() != 3 && text.size() != 4 && text.size() != 6 && text.size() != 8) return std::nullopt;
     double channels[4] = {0, 0, 0, 1};
-    for (std::size_t i = 0; i < text.size(); i += 2) {
-        int high = hexDigit(text[i]);
-        int low = hexDigit(text[i + 1]);
-        if (high < 0 || low < 0) return std::nullopt;
-        channels[i / 2] = (high * 16 + low) / 255.0;
+    for (std::size_t i = 0; i < text.size(); i += digitsPerChannel) {
+        int value = 0;
+        for (std::size_t k = 0; k < 2; ++k) {
+            const int digit = hexDigit(text[i + (digitsPerChannel == 1 ? 0 : k)]);
+            if (digit < 0) return std::nullopt;
+            value = value * 16 + digit;
+        }
+        channels[i / digitsPerChannel] = value / 255.0;
     }
     return ColorComponents{channels[0], channels[1], channels[2], channels[3]};
 }

@@ -1,7 +1,8 @@
 // Colours as the host hands them to the text-track writers: data holding
-// either plain text ("#RRGGBB" or "#RRGGBBAA") or a colour object in the
-// host platform's old typed-stream archive (RGB or white, calibrated or
-// device; other colour spaces are not read).
+// either plain text (a CSS colour name, "#RGB", "#RGBA", "#RRGGBB" or
+// "#RRGGBBAA") or a colour object in the host platform's old typed-stream
+// archive (RGB or white, calibrated or device; other colour spaces are not
+// read).
 #pragma once
 
 #include <cstdint>
