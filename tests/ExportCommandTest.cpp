@@ -90,7 +90,7 @@ TEST_P(ExportThroughTheHost, WritesAPodcastThatOtherReadersPlayWithChaptersPictu
     EXPECT_EQ(test::readFile(lecture.folder.path() / "slides" / "one.png"), originalSlide);
     EXPECT_FALSE(std::filesystem::exists(lecture.folder.path() / "slides" / "one.jpg"));
     bool workingCopy = false;
-    for (const auto& entry : std::filesystem::directory_iterator(lecture.folder.path() / "scratch")) {
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(lecture.folder.path() / "scratch")) {
         workingCopy = workingCopy || entry.path().filename().string().ends_with("source.m4a");
     }
     EXPECT_TRUE(workingCopy);
@@ -312,10 +312,11 @@ TEST(ExportCommand, TakesFormatAndTagsFromATemplateAndAsksForThePathWithoutOutpu
   <key>tags</key><dict><key>title</key><string>From the template</string></dict>
 </dict></plist>)");
     const auto chosen = lecture.folder.path() / "chosen.m4b";
-    auto result = runCommand(
-        "echo " + shellQuote(chosen) + " | " + shellQuote(std::string(QUILLORA_BINARY_DIR) + "/quillora") +
-        " export --recording " + shellQuote(lecture.recording) + " --transitions " + shellQuote(lecture.transitions) +
-        " --template " + shellQuote(templateFile) + " --scratch " + shellQuote(lecture.folder.path() / "s"));
+    auto result = test::runInTerminal(shellQuote(std::string(QUILLORA_BINARY_DIR) + "/quillora") +
+                                          " export --recording " + shellQuote(lecture.recording) + " --transitions " +
+                                          shellQuote(lecture.transitions) + " --template " + shellQuote(templateFile) +
+                                          " --scratch " + shellQuote(lecture.folder.path() / "s"),
+                                      chosen.string() + "\n");
     ASSERT_EQ(result.status, 0) << result.output;
     EXPECT_NE(result.output.find("Untitled.m4b]"), std::string::npos) << result.output;
     EXPECT_EQ(probe(chosen, "-show_entries format_tags=title"), "From the template\n");

@@ -2,13 +2,6 @@
 // live line with the stage, the slide count and a bar; through a pipe plain
 // stage lines; the plug-in's log in a file, not on the screen.
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <pty.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
 
 #include "TestSupport.h"
 
@@ -16,35 +9,6 @@ namespace quillora {
 namespace {
 
 using test::shellQuote;
-
-// Runs the command with a pseudo-terminal as its standard input, output and
-// error; gives up (and kills it) after a minute rather than hang.
-test::CommandResult runInTerminal(const std::string& command)
-{
-    test::CommandResult result;
-    int terminal = -1;
-    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
-    if (child < 0) return result;
-    if (child == 0) {
-        execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
-        _exit(127);
-    }
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-    char buffer[4096];
-    while (std::chrono::steady_clock::now() < deadline) {
-        pollfd ready{terminal, POLLIN, 0};
-        if (poll(&ready, 1, 1000) <= 0) continue;
-        const ssize_t n = read(terminal, buffer, sizeof buffer);
-        if (n <= 0) break;  // EIO once the program has closed its side
-        result.output.append(buffer, static_cast<std::size_t>(n));
-    }
-    kill(child, SIGKILL);  // nothing left to end when it finished in time
-    int status = 0;
-    waitpid(child, &status, 0);
-    close(terminal);
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
-}
 
 TEST(ProgressDisplay, LiveLineOnATerminalPlainLinesElsewhereAndTheLogInTheScratchFolder)
 {
@@ -67,7 +31,7 @@ TEST(ProgressDisplay, LiveLineOnATerminalPlainLinesElsewhereAndTheLogInTheScratc
                shellQuote(folder.path() / (name + ".m4b"));
     };
 
-    const auto live = runInTerminal(exportTo("terminal"));
+    const auto live = test::runInTerminal(exportTo("terminal"));
     ASSERT_EQ(live.status, 0) << live.output;
     for (const char* shown : {"\r\x1b[K  Copying the recording", "Drawing the slides", "slide 2 of 2", "100%",
                               "Adding the chapters", "Adding the tags", "Copying to the destination"}) {
@@ -84,7 +48,9 @@ TEST(ProgressDisplay, LiveLineOnATerminalPlainLinesElsewhereAndTheLogInTheScratc
     // The system log's lines are kept, but not shown.
     for (const auto& [name, output] : {std::pair{"terminal", live.output}, {"pipe", plain.output}}) {
         EXPECT_EQ(output.find("Atom debugging"), std::string::npos) << output;
-        const Bytes log = test::readFile(folder.path() / name / "quillora.log");
+        // Each export works in a folder of its own below --scratch.
+        const auto exportFolder = *std::filesystem::directory_iterator(folder.path() / name);
+        const Bytes log = test::readFile(exportFolder.path() / "quillora.log");
         EXPECT_NE(std::string(log.begin(), log.end()).find("Atom debugging is disabled"), std::string::npos);
     }
     // A slide without a link says so.

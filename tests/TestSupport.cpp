@@ -1,10 +1,14 @@
 #include "TestSupport.h"
 
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cctype>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -82,6 +86,35 @@ CommandResult runCommand(const std::string& command)
 CommandResult runQuillora(const std::string& arguments)
 {
     return runCommand(shellQuote(std::string(QUILLORA_BINARY_DIR) + "/quillora") + " " + arguments);
+}
+
+CommandResult runInTerminal(const std::string& command, const std::string& input)
+{
+    CommandResult result;
+    int terminal = -1;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child < 0) return result;
+    if (child == 0) {
+        execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    // Typed ahead: the terminal keeps each line until the program reads it.
+    if (!input.empty() && write(terminal, input.data(), input.size()) < 0) result.output = "(input not typed)";
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    char buffer[4096];
+    while (std::chrono::steady_clock::now() < deadline) {
+        pollfd ready{terminal, POLLIN, 0};
+        if (poll(&ready, 1, 1000) <= 0) continue;
+        const ssize_t n = read(terminal, buffer, sizeof buffer);
+        if (n <= 0) break;  // EIO once the program has closed its side
+        result.output.append(buffer, static_cast<std::size_t>(n));
+    }
+    kill(child, SIGKILL);  // nothing left to end when it finished in time
+    int status = 0;
+    waitpid(child, &status, 0);
+    close(terminal);
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
 }
 
 }  // namespace quillora::test

@@ -38,6 +38,10 @@ struct CommandResult {
 CommandResult runCommand(const std::string& command);
 // Runs the quillora program of this build with the arguments (already quoted).
 CommandResult runQuillora(const std::string& arguments);
+// Runs the command with a pseudo-terminal as its standard input, output and
+// error, typing input on it (Ctrl-D, "\x04", at the start of a line ends
+// the input); gives up (and kills it) after a minute rather than hang.
+CommandResult runInTerminal(const std::string& command, const std::string& input = "");
 std::string shellQuote(const std::string& text);
 
 // Installs preferences for the process while it lives, then puts the old back.

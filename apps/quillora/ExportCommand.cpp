@@ -4,11 +4,14 @@
 #include <fmt/format.h>
 #include <stdlib.h>
 
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <ostream>
 
 #include "CompanionExport.h"
 #include "ExportInputs.h"
+#include "ExportStop.h"
 #include "InputChecks.h"
 #include "PluginLoader.h"
 #include "ProgramFolder.h"
@@ -29,25 +32,26 @@ namespace {
 
 constexpr const char* kPluginClassName = "QuickTimePlugin";
 
-// The scratch folder, made when needed, with the trailing separator the
-// plug-in appends names to.
+// The export's own scratch folder, new for each export (below --scratch when
+// given, so that exports sharing it never mix their files), with the
+// trailing separator the plug-in appends names to.
 std::string prepareScratch(const std::optional<std::filesystem::path>& requested)
 {
-    std::filesystem::path folder;
+    std::string pattern = (std::filesystem::temp_directory_path() / "quillora-XXXXXX").string();
     if (requested) {
-        folder = *requested;
         std::error_code error;
-        std::filesystem::create_directories(folder, error);
-        if (!std::filesystem::is_directory(folder)) {
-            throw InputError(fmt::format("The scratch folder {} cannot be made", folder.string()));
+        std::filesystem::create_directories(*requested, error);
+        if (!std::filesystem::is_directory(*requested)) {
+            throw InputError(fmt::format("The scratch folder {} cannot be made", requested->string()));
         }
-        checkFolderIsWritable(folder, "scratch folder");
-    } else {
-        std::string pattern = (std::filesystem::temp_directory_path() / "quillora-XXXXXX").string();
-        if (!mkdtemp(pattern.data())) throw InputError("No scratch folder can be made in the temporary folder");
-        folder = pattern;
+        checkFolderIsWritable(*requested, "scratch folder");
+        pattern = (*requested / "export-XXXXXX").string();
     }
-    std::string path = std::filesystem::absolute(folder).string();
+    if (!mkdtemp(pattern.data())) {
+        throw InputError(fmt::format("No scratch folder can be made in {}: {}",
+                                     std::filesystem::path(pattern).parent_path().string(), std::strerror(errno)));
+    }
+    std::string path = std::filesystem::absolute(pattern).string();
     if (!path.ends_with('/')) path += '/';
     return path;
 }
@@ -100,7 +104,7 @@ struct CheckedExport {
     HostContext context;
     Value params;
     std::string format;
-    bool scratchIsOurs = false;
+    bool scratchIsTemporary = false;  // not below --scratch
     std::optional<std::filesystem::path> destination;
     std::vector<std::filesystem::path> inputs;  // every file of the user's the export reads
     std::uintmax_t inputBytes = 0;
@@ -119,14 +123,15 @@ std::filesystem::path checkDestination(const std::filesystem::path& output, cons
 
 // Fills checked as far as the checks get, so that a refusal can still clean
 // up the scratch folder it made.
-void checkExport(const ExportOptions& options, CheckedExport& checked, std::ostream& out)
+void checkExport(const ExportOptions& options, CheckedExport& checked, std::ostream& out, ExportStop& stop)
 {
     checked.params = exportParameters(options);
     checked.format = checked.params.stringForKey("format").value_or("");
     checkFormat(checked.format);
     checked.inputs.push_back(options.recording);
     checked.context.tempProcessingFolderPath = prepareScratch(options.scratch);
-    checked.scratchIsOurs = !options.scratch;
+    stop.setScratch(checked.context.tempProcessingFolderPath);
+    checked.scratchIsTemporary = !options.scratch;
 
     const auto prepared =
         prepareRecordingInScratch(options.recording, {options.audioTrack, options.bitrate, options.loudness},
@@ -172,6 +177,7 @@ void checkExport(const ExportOptions& options, CheckedExport& checked, std::ostr
         withPreferredLanguages(options.defaults ? readDefaults(*options.defaults) : UserDefaults()));
 
     if (options.output) checked.destination = checkDestination(*options.output, checked);
+    if (checked.destination) stop.setDestination(*checked.destination);
     if (options.pipeline != "in-place") {
         if (options.pipeline != "tools") throw InputError("--pipeline takes in-place or tools");
         if (!checked.destination) throw InputError("--pipeline tools needs --output");
@@ -183,13 +189,15 @@ void checkExport(const ExportOptions& options, CheckedExport& checked, std::ostr
 
 int runExportCommand(const ExportOptions& options, std::istream& in, std::ostream& out, std::ostream& err)
 {
+    ExportStop stop(options.keepScratch);
     CheckedExport checked;
     auto removeOurScratch = [&] {
         std::error_code ignored;
-        if (checked.scratchIsOurs) std::filesystem::remove_all(checked.context.tempProcessingFolderPath, ignored);
+        if (!checked.context.tempProcessingFolderPath.empty())
+            std::filesystem::remove_all(checked.context.tempProcessingFolderPath, ignored);
     };
     try {
-        checkExport(options, checked, out);
+        checkExport(options, checked, out, stop);
     } catch (const std::exception& failure) {  // InputError, or a filesystem_error while reading the inputs
         err << "quillora: " << failure.what() << "\n";
         removeOurScratch();
@@ -224,6 +232,7 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
     std::optional<ResultDestination> result;
     auto stage = [&](const std::filesystem::path& destination) {
         result.emplace(destination, context.tempProcessingFolderPath);
+        stop.setDestination(destination);
         return result->staged().string();
     };
     userInterface.setDestinationCheck(
@@ -261,18 +270,21 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
         if (!options.keepScratch) removeOurScratch();
         return options.output ? kExitFailed : kExitSuccess;
     }
-    auto keptFailure = [&] {
+    auto keptFailure = [&](const char* kept) {
+        stop.exportEnded();
         out << "The destination " << result->destination().string() << " was left as it was.\n";
         if (std::filesystem::exists(result->staged())) {
-            out << "The failed export was kept in " << result->staged().string() << "\n";
+            out << "The " << kept << " export was kept in " << result->staged().string() << "\n";
         }
-        out << "The log is in " << userInterface.logFile().string() << "\n";
+        if (std::filesystem::exists(userInterface.logFile())) {
+            out << "The log is in " << userInterface.logFile().string() << "\n";
+        }
         return kExitFailed;
     };
-    if (userInterface.alertShown()) return keptFailure();
+    if (userInterface.alertShown()) return keptFailure("failed");
     if (!completedPath || !std::filesystem::is_regular_file(result->staged())) {
         err << "quillora: the export did not produce " << result->destination().string() << "\n";
-        return keptFailure();
+        return keptFailure("failed");
     }
     std::vector<std::filesystem::path> companions;
     try {
@@ -287,20 +299,21 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
     } catch (const std::exception& failure) {
         userInterface.finishProgress();
         err << "quillora: " << failure.what() << "\n";
-        return keptFailure();
+        return keptFailure("finished");
     }
+    stop.exportEnded();
     try {
         result->deliver();
         deliverCompanions(companions, result->destination().parent_path());
-    } catch (const std::filesystem::filesystem_error& failure) {
+    } catch (const std::exception& failure) {  // with the system's cause: "No space left on device"
         err << "quillora: " << failure.what() << "\n";
-        return keptFailure();
+        return keptFailure("finished");
     }
     out << "Exported " << result->destination().string() << "\n";
     for (const auto& companion : companions) {
         out << "Wrote " << (result->destination().parent_path() / companion.filename()).string() << "\n";
     }
-    if (checked.scratchIsOurs && !options.keepScratch) {
+    if (checked.scratchIsTemporary && !options.keepScratch) {
         removeOurScratch();
     } else {
         out << "The working copy stays in " << context.tempProcessingFolderPath << "; the log is "

@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "InputChecks.h"
+#include "foundation/FileHandle.h"
 #include "foundation/PropertyList.h"
 #include "layout/ColorData.h"
 
@@ -20,7 +21,8 @@ std::filesystem::path copyPicture(const std::filesystem::path& source, const std
 {
     std::filesystem::create_directories(folder);
     auto copy = folder / fmt::format("{:03}-{}", index + 1, source.filename().string());
-    std::filesystem::copy_file(source, copy, std::filesystem::copy_options::overwrite_existing);
+    // The file layer's copy keeps the system's cause of a failed write ("No space left on device").
+    FileHandle::copyFile(source, copy);
     return copy;
 }
 

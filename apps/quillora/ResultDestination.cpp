@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <system_error>
 
+#include "foundation/FileHandle.h"
+
 namespace quillora::app {
 
 namespace {
@@ -56,7 +58,10 @@ void ResultDestination::deliver() const
     ::close(fd);
     const std::filesystem::path temporary = pattern;
     try {
-        std::filesystem::copy_file(staged_, temporary, std::filesystem::copy_options::overwrite_existing);
+        // The file layer's copy keeps the system's cause of a failed write
+        // ("No space left on device"); the library's reports a short copy as
+        // an input/output error.
+        FileHandle::copyFile(staged_, temporary);
         synchronize(temporary, O_RDONLY);
         if (::rename(temporary.c_str(), destination_.c_str()) != 0) fail("cannot rename onto", destination_, errno);
     } catch (...) {

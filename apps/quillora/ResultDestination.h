@@ -19,7 +19,8 @@ public:
     // Moves the staged file onto the destination atomically: a rename on the
     // same file system, else a copy to a temporary name beside the
     // destination, flushed to disk, then renamed. Throws
-    // std::filesystem::filesystem_error; the destination is then as it was.
+    // std::filesystem::filesystem_error or FileError, with the system's
+    // cause; the destination is then as it was.
     void deliver() const;
 
 private:

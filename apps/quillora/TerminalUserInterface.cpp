@@ -1,5 +1,7 @@
 #include "TerminalUserInterface.h"
 
+#include <algorithm>
+#include <cctype>
 #include <iostream>
 #include <sstream>
 
@@ -33,6 +35,8 @@ void TerminalUserInterface::beginSavePanel(const SavePanelRequest& request,
             return;
         }
         if (answer.empty()) answer = suggested;
+        std::error_code ignored;
+        if (std::filesystem::is_regular_file(answer, ignored) && !confirmReplacing(answer)) continue;
         if (!destinationCheck_) {
             done(kSavePanelOKButton, answer);
             return;
@@ -44,6 +48,15 @@ void TerminalUserInterface::beginSavePanel(const SavePanelRequest& request,
             out_ << "quillora: " << refused.what() << "\n";
         }
     }
+}
+
+bool TerminalUserInterface::confirmReplacing(const std::string& path)
+{
+    out_ << path << " already exists. Replace it? [y/N]: " << std::flush;
+    std::string answer;
+    if (!std::getline(in_, answer)) return false;
+    std::transform(answer.begin(), answer.end(), answer.begin(), [](unsigned char c) { return std::tolower(c); });
+    return answer == "y" || answer == "yes";
 }
 
 void TerminalUserInterface::beginProgressSheet()

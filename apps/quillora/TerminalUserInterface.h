@@ -1,7 +1,8 @@
 // The plug-in's user interface on a terminal: the save panel asks on standard
-// input, the progress display shows the export's stages as they happen (the
-// log goes to a file in the scratch folder), and the alert prints the error
-// with its recovery suggestion, options and help anchor.
+// input (and before replacing a file), the progress display shows the
+// export's stages as they happen (the log goes to a file in the scratch
+// folder), and the alert prints the error with its recovery suggestion,
+// options and help anchor.
 #pragma once
 
 #include <filesystem>
@@ -40,6 +41,9 @@ public:
     void setDestinationCheck(DestinationCheck check) { destinationCheck_ = std::move(check); }
 
 private:
+    // Asks before a file that is there is replaced; no answer is a no.
+    bool confirmReplacing(const std::string& path);
+
     std::istream& in_;
     std::ostream& out_;
     ProgressDisplay progress_;

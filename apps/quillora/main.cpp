@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 
 #include <malloc.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -38,7 +39,8 @@ int main(int argc, char** argv)
     CLI::App app{"quillora: publish a recorded lecture as an enhanced podcast"};
     app.require_subcommand(1);
     app.footer("Exit status: 0 success; 1 the export failed (the destination is left as it was) or a file could not be "
-               "read; 2 bad usage or an input refused before any work (inspect: parts of the file are damaged).");
+               "read; 2 bad usage or an input refused before any work (inspect: parts of the file are damaged); "
+               "export stopped by a signal: 130 interrupted, 143 terminated, 141 output closed, 129 terminal closed.");
 
     std::string atomsFile;
     auto* atoms = app.add_subcommand("atoms", "Print the atom tree of a movie file (type, offset, size, nesting)");
@@ -104,6 +106,14 @@ int main(int argc, char** argv)
                      "in-place (default): the working copy edited atom by atom; tools: ChapterTool and AtomicParsley "
                      "(needs --output)")
         ->check(CLI::IsMember({"in-place", "tools"}));
+
+    // Without --output the path is asked for on standard input, which needs someone there to answer.
+    exportCommand->callback([&exportOptions] {
+        if (!exportOptions.output && !isatty(STDIN_FILENO)) {
+            throw CLI::ValidationError("--output", "needed when standard input is not a terminal, since there is "
+                                                   "no one to ask where to save the export");
+        }
+    });
 
     quillora::app::ChapterXmlOptions chapterXmlOptions;
     auto* chapterXml =

@@ -15,6 +15,7 @@
 #include "foundation/Log.h"
 #include "foundation/Progress.h"
 #include "foundation/UserDefaults.h"
+#include "foundation/WriteFailures.h"
 #include "images/ImageLibrary.h"
 #include "support/InOrderWork.h"
 
@@ -166,21 +167,26 @@ int jpegShrinkFor(double factor)
 
 bool writeData(const std::string& path, const void* data, std::size_t length)
 {
+    auto failed = [&path](int error) {
+        reportWriteFailure(path, error);
+        return false;
+    };
     int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd < 0) return false;
+    if (fd < 0) return failed(errno);
     const auto* bytes = static_cast<const char*>(data);
-    bool ok = true;
+    int error = 0;
     while (length > 0) {
         ssize_t written = ::write(fd, bytes, length);
         if (written < 0 && errno == EINTR) continue;
         if (written <= 0) {
-            ok = false;
+            error = written < 0 ? errno : EIO;
             break;
         }
         bytes += written;
         length -= static_cast<std::size_t>(written);
     }
-    return ::close(fd) == 0 && ok;
+    if (::close(fd) != 0 && error == 0) error = errno;
+    return error == 0 || failed(error);
 }
 
 }  // namespace

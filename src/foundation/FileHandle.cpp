@@ -11,6 +11,7 @@
 #include "foundation/NotificationCenter.h"
 #include "foundation/Progress.h"
 #include "foundation/RunLoop.h"
+#include "foundation/WriteFailures.h"
 
 namespace quillora {
 
@@ -19,6 +20,7 @@ FileHandle::FileHandle(const std::filesystem::path& path, Mode mode) : path_(pat
     int flags = (mode == Mode::Reading ? O_RDONLY : O_RDWR) | O_CLOEXEC;
     if (mode == Mode::Creating) flags |= O_CREAT | O_TRUNC;
     fd_ = ::open(path.c_str(), flags, 0644);
+    if (fd_ < 0 && mode == Mode::Creating) failWriting("create");
     if (fd_ < 0) fail("open");
 }
 
@@ -50,6 +52,14 @@ void FileHandle::fail(const char* operation) const
 {
     int error = errno;
     throw FileError(error, std::string(operation) + " " + path_.string());
+}
+
+void FileHandle::failWriting(const char* operation) const
+{
+    const int error = errno;
+    reportWriteFailure(path_, error);
+    errno = error;
+    fail(operation);
 }
 
 void FileHandle::requireOpen() const
@@ -106,7 +116,7 @@ void FileHandle::writeFully(int fd, std::int64_t offset, const std::uint8_t* dat
         ssize_t n = ::pwrite(fd, data + done, length - done, offset + static_cast<std::int64_t>(done));
         if (n < 0) {
             if (errno == EINTR) continue;
-            fail("write");
+            failWriting("write");
         }
         if (n == 0) throw FileError(EIO, "write made no progress in " + path_.string());
         done += static_cast<std::size_t>(n);
@@ -159,7 +169,7 @@ void FileHandle::truncateFileAtOffset(std::int64_t offset)
         edits_->replace(offset, edits_->length() - offset, {});
     } else if (::ftruncate(fd_, offset) != 0) {
         // Nothing pending: the file is cut where it would have been.
-        fail("truncate");
+        failWriting("truncate");
     }
     position_ = offset;
 }
@@ -168,7 +178,7 @@ void FileHandle::synchronizeFile()
 {
     requireOpen();
     if (edits_) return;
-    if (::fsync(fd_) != 0) fail("synchronize");
+    if (::fsync(fd_) != 0) failWriting("synchronize");
 }
 
 void FileHandle::closeFile()
@@ -185,7 +195,7 @@ void FileHandle::closeFile()
     }
     closeSideFile();
     fd_ = -1;
-    if (::close(fd) != 0) fail("close");
+    if (::close(fd) != 0) failWriting("close");
 }
 
 PendingEdits& FileHandle::pendingEdits()
@@ -248,7 +258,7 @@ void FileHandle::writePendingEdits()
     // moved; a file system (or device) that cannot reserve is simply written.
     if (newLength > oldLength && ::fallocate(fd_, 0, oldLength, newLength - oldLength) != 0 && errno != EOPNOTSUPP &&
         errno != ENODEV && errno != ENOSYS) {
-        fail("reserve space for");
+        failWriting("reserve space for");
     }
 
     std::vector<std::uint8_t> buffer(
@@ -276,10 +286,10 @@ void FileHandle::writePendingEdits()
             }
         }
     }
-    if (newLength < oldLength && ::ftruncate(fd_, newLength) != 0) fail("truncate");
+    if (newLength < oldLength && ::ftruncate(fd_, newLength) != 0) failWriting("truncate");
     if (sideLength_ > 0) {
         sideLength_ = 0;
-        if (::ftruncate(sideFd_, 0) != 0) fail("truncate the side file of");
+        if (::ftruncate(sideFd_, 0) != 0) failWriting("truncate the side file of");
     }
 }
 

@@ -105,6 +105,8 @@ private:
                    std::vector<std::uint8_t>& buffer);
     void requireOpen() const;
     [[noreturn]] void fail(const char* operation) const;
+    // Also reported to the write-failure sink.
+    [[noreturn]] void failWriting(const char* operation) const;
 
     std::filesystem::path path_;
     int fd_ = -1;
