@@ -41,7 +41,7 @@ void dateHeader(FileHandle& file, const toolbox::AtomNode& header, const HeaderL
     ByteWriter times;
     putHeaderNumber(times, time, layout.wide);
     putHeaderNumber(times, time, layout.wide);
-    overwrite(file, header.offset + 8 + static_cast<std::int64_t>(layout.creation), times.bytes());
+    overwrite(file, header.payloadOffset() + static_cast<std::int64_t>(layout.creation), times.bytes());
 }
 
 // Tracks made by our writers carry their fixed creation stamp.
@@ -86,7 +86,7 @@ void mendTextMediaDuration(FileHandle& file, const TrackNodes& track, const Head
     if (!layout.wide && sum > UINT32_MAX) return;  // no 32-bit field holds it: left as it is
     ByteWriter duration;
     putHeaderNumber(duration, sum, layout.wide);
-    overwrite(file, track.mdhd->offset + 8 + static_cast<std::int64_t>(layout.duration), duration.bytes());
+    overwrite(file, track.mdhd->payloadOffset() + static_cast<std::int64_t>(layout.duration), duration.bytes());
 }
 
 }  // namespace

@@ -54,7 +54,7 @@ void timeLinkSamples(FileHandle& file, const TrackNodes& linkTrack, const Value&
         times.putU32BE(1).putU32BE(static_cast<std::uint32_t>(next - start));
     }
     // The entries follow the version, flags and count.
-    overwrite(file, linkTrack.stts->offset + 16, times.bytes());
+    overwrite(file, linkTrack.stts->payloadOffset() + 8, times.bytes());
 }
 
 void styleLinkText(FileHandle& file, const TrackNodes& linkTrack, const std::optional<ColorComponents>& textColor,

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "foundation/FourCC.h"
 #include "publish/PublishError.h"
 
@@ -9,6 +11,7 @@ namespace quillora::publish {
 
 namespace {
 
+// A sample description is an atom of its own, with an 8-byte header.
 constexpr std::int64_t kAtomHeader = 8;
 // A handler's version and flags, then its component type, before the subtype.
 constexpr std::size_t kHandlerSubtype = 8;
@@ -74,8 +77,8 @@ MovieNodes readMovieNodes(FileHandle& file)
 
 Bytes readPayload(FileHandle& file, const toolbox::AtomNode& atom)
 {
-    file.seekToFileOffset(atom.offset + kAtomHeader);
-    return file.readDataOfLength(static_cast<std::size_t>(std::max<std::int64_t>(atom.size - kAtomHeader, 0)));
+    file.seekToFileOffset(atom.payloadOffset());
+    return file.readDataOfLength(static_cast<std::size_t>(std::max<std::int64_t>(atom.payloadSize(), 0)));
 }
 
 void overwrite(FileHandle& file, std::int64_t offset, std::span<const std::uint8_t> bytes)
@@ -116,7 +119,7 @@ std::optional<SampleDescription> firstSampleDescription(FileHandle& file, const 
     const std::uint32_t size = readU32BE(table.data() + kTableHead);
     if (size < kAtomHeader || size > table.size() - kTableHead) return std::nullopt;
     SampleDescription description;
-    description.offset = stsd.offset + kAtomHeader + kTableHead;
+    description.offset = stsd.payloadOffset() + kTableHead;
     description.type = readU32BE(table.data() + kTableHead + 4);
     description.bytes.assign(table.begin() + kTableHead, table.begin() + kTableHead + size);
     return description;
