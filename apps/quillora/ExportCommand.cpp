@@ -24,6 +24,7 @@
 #include "foundation/NotificationCenter.h"
 #include "foundation/RunLoop.h"
 #include "host/ErrorStrings.h"
+#include "publish/ModernOutput.h"
 #include "publish/RecordingShape.h"
 
 namespace quillora::app {
@@ -182,6 +183,7 @@ void checkExport(const ExportOptions& options, CheckedExport& checked, std::ostr
         if (options.pipeline != "tools") throw InputError("--pipeline takes in-place or tools");
         if (!checked.destination) throw InputError("--pipeline tools needs --output");
         if (checked.format == ".mov") throw InputError("--pipeline tools makes enhanced podcasts, not .mov");
+        if (options.modern) throw InputError("--modern repairs the in-place export, not --pipeline tools");
     }
 }
 
@@ -243,6 +245,10 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
             completedPath = notification.userInfo.stringForKey("resultFilePath");
         });
 
+    const auto modern = options.pipeline == "in-place"
+                            ? publish::prepareModernOutput(context, checked.params, options.modern)
+                            : publish::ModernOutput{};
+    for (const auto& note : modern.notes) err << "quillora: " << note << "\n";
     auto plugin = pluginClass->create(context);
     out << "Exporting " << options.recording.string() << " as " << checked.format << "\n";
     if (options.pipeline == "tools") {
@@ -288,6 +294,8 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
     }
     std::vector<std::filesystem::path> companions;
     try {
+        // Before the cover goes into the item list that the repairs rewrite.
+        if (modern.repairs) publish::applyModernRepairs(result->staged(), *modern.repairs);
         publish::CompanionRequest request{{}, options.baseUrl, options.bitrate};
         for (const auto& name : options.also) request.companions.insert(*publish::companionNamed(name));
         companions = addCoverAndCompanions(

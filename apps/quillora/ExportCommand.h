@@ -35,6 +35,7 @@ struct ExportOptions {
     std::vector<std::string> also;
     std::string baseUrl;
     std::optional<std::filesystem::path> cover;
+    bool modern = false;  // repair the plug-in's result (also the preference "modernOutput")
 };
 
 // Exports a recording through the QuickTime plug-in module; returns the

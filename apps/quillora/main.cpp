@@ -106,6 +106,9 @@ int main(int argc, char** argv)
                      "in-place (default): the working copy edited atom by atom; tools: ChapterTool and AtomicParsley "
                      "(needs --output)")
         ->check(CLI::IsMember({"in-place", "tools"}));
+    exportCommand->add_flag("--modern", exportOptions.modern,
+                            "Lift the plug-in's limits for listeners: whole tags, links timed right, colours as "
+                            "given, screen shots as chapters, a chapter list, honest headers (see the README)");
 
     // Without --output the path is asked for on standard input, which needs someone there to answer.
     exportCommand->callback([&exportOptions] {

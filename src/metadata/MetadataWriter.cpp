@@ -2,8 +2,6 @@
 // item atom holding one text `data` atom per supported tag. Missing
 // containers are created and an existing ilst is replaced whole; every change
 // goes through the editing primitives so sizes and chunk offsets stay right.
-#include <algorithm>
-#include <array>
 #include <fstream>
 #include <iterator>
 #include <optional>
@@ -13,7 +11,7 @@
 #include "QTDataEditor.h"
 #include "foundation/FourCC.h"
 #include "foundation/Log.h"
-#include "foundation/TextEncoding.h"
+#include "metadata/ItemAtoms.h"
 
 namespace quillora {
 
@@ -21,84 +19,11 @@ namespace {
 constexpr std::string_view kAddMetadataToFile = "-[QTDataEditor addMetadata:toFile:path:]";
 constexpr std::string_view kAddMetadataToPath = "-[QTDataEditor addMetadata:toFileAtPath:]";
 
-struct M4aTag {
-    std::string_view key;
-    std::uint32_t itemType;
-};
-
-// Tag key to item type, in the order the supported list keeps. The shared
-// types ("author"/"artist", "none"/"copyright", both podcast keys as purl)
-// are deliberate.
-// clang-format off
-constexpr std::array<M4aTag, 19> kM4aTags = {{
-    {"author", fourCC("\251ART")},
-    {"title", fourCC("\251nam")},
-    {"artist", fourCC("\251ART")},
-    {"none", fourCC("\251cpy")},
-    {"university", fourCC("tvnn")},
-    {"class name", fourCC("tvsh")},
-    {"class number", fourCC("tven")},
-    {"software", fourCC("\251swr")},
-    {"album", fourCC("\251alb")},
-    {"tracknum", fourCC("trkn")},
-    {"comment", fourCC("\251cmt")},
-    {"year", fourCC("\251day")},
-    {"copyright", fourCC("\251cpy")},
-    {"description", fourCC("\251des")},
-    {"podcastflag", fourCC("pcst")},
-    {"category", fourCC("catg")},
-    {"keyword", fourCC("keyw")},
-    {"podcastURL", fourCC("purl")},
-    {"podcastGUID", fourCC("purl")},
-}};
-// clang-format on
-
-constexpr std::string_view kSoftwareKey = "software";
-constexpr std::string_view kSoftwareName = "Quillora";
-
-constexpr std::uint32_t kDataAtom = fourCC("data");
-constexpr std::uint32_t kUTF8TextIndicator = 1;
 constexpr std::uint32_t kHandlerMetadataDirectory = fourCC("mdir");
 constexpr std::uint32_t kHandlerManufacturer = fourCC("appl");
 
 // The meta atom's version and flags sit before its children.
 constexpr std::int32_t kMetaVersionAndFlags = 4;
-
-Value supportedTagKeys()
-{
-    Array keys;
-    for (const auto& tag : kM4aTags) keys.emplace_back(std::string(tag.key));
-    return Value::array(std::move(keys));
-}
-
-std::optional<std::uint32_t> itemTypeForKey(std::string_view key)
-{
-    auto tag = std::ranges::find(kM4aTags, key, &M4aTag::key);
-    if (tag == kM4aTags.end()) return std::nullopt;
-    return tag->itemType;
-}
-
-// The item's length counts UTF-16 units but its bytes are UTF-8, so text
-// beyond ASCII loses its last bytes. Kept as is: sizes and bytes agree.
-Bytes itemAtom(QTDataEditor& editor, std::uint32_t itemType, std::string_view value)
-{
-    const std::size_t length = std::min(utf16Length(value), value.size());
-    ByteWriter data;
-    data.putU32BE(kUTF8TextIndicator).putU32BE(0).putString(value.substr(0, length));
-    return editor.createAtomOfType(itemType, editor.createAtomOfType(kDataAtom, data.bytes()));
-}
-
-Bytes itemAtoms(QTDataEditor& editor, const Dictionary& tags)
-{
-    ByteWriter items;
-    for (const auto& [key, value] : tags) {
-        auto itemType = itemTypeForKey(key);
-        const std::string* text = value.asString();
-        if (!itemType || !text) continue;
-        items.putBytes(itemAtom(editor, *itemType, *text));
-    }
-    return items.take();
-}
 
 Bytes metadataHandlerAtom(QTDataEditor& editor)
 {
@@ -143,8 +68,8 @@ Bytes prepareItems(QTDataEditor& editor, const Value& tags, std::string_view met
     editor.setSupportedM4aTags(supportedTagKeys());
     auto dictionary = tags.asDictionary();
     if (!dictionary) return {};
-    dictionary->set(std::string(kSoftwareKey), Value(std::string(kSoftwareName)));
-    return itemAtoms(editor, *dictionary);
+    stampSoftwareName(*dictionary);
+    return itemAtoms(editor, *dictionary, ItemText::cutToUTF16Length);
 }
 
 // Walks moov/udta/meta, creating what is missing, then puts the new ilst last
