@@ -166,15 +166,19 @@ std::vector<Sample> readSamples(const std::filesystem::path& path, const SampleS
             return node.offset == sources.stblOffset && node.type == atom::stbl;
         });
         const std::uint32_t declared = stbl == tree.atoms.end() ? 0 : sampleCount(file, tree, *stbl);
+        // Each sample takes a byte of the file at least: more are damage, and not kept.
+        const auto limit = static_cast<std::uint32_t>(std::min<std::int64_t>(kMaximumTrackSamples, file.length()));
+        if (declared > limit) {
+            problems.push_back(fmt::format("the size table lists {} samples, more than the file could hold", declared));
+        }
         // A fragmented file's sample table is often empty, and then need not be whole.
         if (stbl != tree.atoms.end() && (declared != 0 || !sources.fragmented)) {
             // Room for the declared samples, as far as the file could hold them.
             samples.reserve(std::min<std::uint64_t>(declared, file.length() / 16));
-            forEachSampleLocation(file, tree, *stbl, problems, kMaximumTrackSamples, keep);
+            forEachSampleLocation(file, tree, *stbl, problems, limit, keep);
         }
         if (sources.fragmented) {
-            forEachFragmentSample(file, tree, sources.trackID, tableEnd, problems,
-                                  kMaximumTrackSamples - samples.size(), keep);
+            forEachFragmentSample(file, tree, sources.trackID, tableEnd, problems, limit - samples.size(), keep);
         }
     } catch (const FileError& failure) {
         problems.push_back(fmt::format("the file cannot be read again: {}", failure.code().message()));
