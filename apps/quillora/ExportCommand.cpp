@@ -7,7 +7,9 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <optional>
 #include <ostream>
+#include <string>
 
 #include "CompanionExport.h"
 #include "ExportInputs.h"
@@ -56,6 +58,31 @@ std::string prepareScratch(const std::optional<std::filesystem::path>& requested
     if (!path.ends_with('/')) path += '/';
     return path;
 }
+
+// While it lives, the temporary files of the movie toolbox and of the tools
+// go in the export's scratch folder, so that whatever removes the folder (a
+// stop by a signal included) removes them too.
+class TemporaryFilesInScratch {
+public:
+    explicit TemporaryFilesInScratch(const std::string& scratch)
+    {
+        if (const char* earlier = std::getenv("TMPDIR")) earlier_ = earlier;
+        ::setenv("TMPDIR", scratch.c_str(), 1);
+    }
+    ~TemporaryFilesInScratch()
+    {
+        if (earlier_) {
+            ::setenv("TMPDIR", earlier_->c_str(), 1);
+        } else {
+            ::unsetenv("TMPDIR");
+        }
+    }
+    TemporaryFilesInScratch(const TemporaryFilesInScratch&) = delete;
+    TemporaryFilesInScratch& operator=(const TemporaryFilesInScratch&) = delete;
+
+private:
+    std::optional<std::string> earlier_;
+};
 
 // Format and tags: the template's, then the command line's.
 Value exportParameters(const ExportOptions& options)
@@ -207,6 +234,7 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
     }
     for (const auto& warning : checked.warnings) err << "quillora: warning: " << warning << "\n";
     HostContext& context = checked.context;
+    const TemporaryFilesInScratch temporaryFiles(context.tempProcessingFolderPath);
 
     auto search = loadPlugins(options.pluginFolders.empty() ? defaultPluginFolders() : options.pluginFolders);
     const PluginClass* pluginClass = nullptr;

@@ -15,6 +15,7 @@
 
 #include "ExitStatus.h"
 #include "foundation/WriteFailures.h"
+#include "support/TaskWrapper.h"
 
 namespace quillora::app {
 
@@ -162,6 +163,7 @@ void ExportStop::stop(int signal, const std::optional<std::pair<std::filesystem:
     // failed write, another signal) waits and says nothing.
     std::unique_lock lock(mutex_);
     if (ended_) return;
+    terminateRunningTools();
     std::string message = isatty(STDOUT_FILENO) ? "\n" : "";
     if (failedWrite) {
         message += fmt::format("quillora: writing {} failed: {}; the export was stopped.\n",

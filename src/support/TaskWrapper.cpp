@@ -12,6 +12,7 @@
 #include <cstring>
 #include <deque>
 #include <mutex>
+#include <set>
 #include <utility>
 
 #include "foundation/Log.h"
@@ -37,6 +38,20 @@ void closeDescriptor(int& fd)
 std::string text(const Bytes& data)
 {
     return std::string(data.begin(), data.end());
+}
+
+// The process groups of the tools started and not yet reaped.
+std::mutex runningMutex;
+std::set<pid_t> runningGroups;
+
+void markRunning(pid_t group, bool running)
+{
+    std::lock_guard lock(runningMutex);
+    if (running) {
+        runningGroups.insert(group);
+    } else {
+        runningGroups.erase(group);
+    }
 }
 
 }  // namespace
@@ -156,6 +171,7 @@ bool TaskWrapper::startProcess()
         return false;
     }
     reaped_ = false;
+    markRunning(pid_, true);
     channel_ = std::make_shared<Channel>();
     channel_->readEnd = output[0];
     channel_->wakeRead = wake[0];
@@ -233,6 +249,7 @@ bool TaskWrapper::reap(int options)
     } while (done < 0 && errno == EINTR);
     if (done == 0) return false;
     reaped_ = true;
+    markRunning(pid_, false);
     if (done == pid_) terminationStatus_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return true;
 }
@@ -245,6 +262,12 @@ void TaskWrapper::reapWithinGrace()
     if (reaped_) return;
     ::kill(-pid_, SIGKILL);
     reap(0);
+}
+
+void terminateRunningTools()
+{
+    std::lock_guard lock(runningMutex);
+    for (const pid_t group : runningGroups) ::kill(-group, SIGTERM);
 }
 
 }  // namespace quillora

@@ -74,4 +74,8 @@ private:
     std::thread reader_;
 };
 
+// Asks every tool still running, and what it started, to end: for a program
+// about to exit at once (a signal), which leaves no wrapper to do it.
+void terminateRunningTools();
+
 }  // namespace quillora
