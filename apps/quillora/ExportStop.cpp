@@ -67,14 +67,21 @@ StopSignal describe(int signal)
     }
 }
 
-// Renamed out of the way first, so that the export's worker, which may still
-// be writing, cannot add to the folder while it is being removed. Returns
+// Renamed out of the way first, with a file standing in its place until the
+// process ends, so that the export's worker, which may still be writing, can
+// neither add to the folder while it is removed nor make it anew. Returns
 // what is left, if anything.
-std::optional<std::filesystem::path> removeFolder(const std::filesystem::path& folder)
+std::optional<std::filesystem::path> removeFolder(const std::filesystem::path& folder, bool& standIn)
 {
     std::filesystem::path doomed = folder;
     doomed += ".removing";
-    if (::rename(folder.c_str(), doomed.c_str()) != 0) doomed = folder;
+    if (::rename(folder.c_str(), doomed.c_str()) == 0) {
+        const int fd = ::open(folder.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        standIn = fd >= 0;
+        if (standIn) ::close(fd);
+    } else {
+        doomed = folder;
+    }
     std::error_code error;
     for (int attempt = 0; attempt < 3 && std::filesystem::exists(doomed, error); ++attempt) {
         std::filesystem::remove_all(doomed, error);
@@ -164,6 +171,7 @@ void ExportStop::stop(int signal, const std::optional<std::pair<std::filesystem:
     std::unique_lock lock(mutex_);
     if (ended_) return;
     terminateRunningTools();
+    bool standIn = false;
     std::string message = isatty(STDOUT_FILENO) ? "\n" : "";
     if (failedWrite) {
         message += fmt::format("quillora: writing {} failed: {}; the export was stopped.\n",
@@ -176,7 +184,7 @@ void ExportStop::stop(int signal, const std::optional<std::pair<std::filesystem:
     if (scratch_) {
         // After a failed write the scratch folder is kept, as after any failed export.
         std::optional<std::filesystem::path> left = *scratch_;
-        if (!failedWrite && !keepScratch_) left = removeFolder(*scratch_);
+        if (!failedWrite && !keepScratch_) left = removeFolder(*scratch_, standIn);
         std::error_code error;
         if (!left) {
             message += fmt::format("The scratch folder {} was removed.\n", scratch_->string());
@@ -192,6 +200,7 @@ void ExportStop::stop(int signal, const std::optional<std::pair<std::filesystem:
         ::funlockfile(stdout);
     }
     writeToStandardError(message);
+    if (standIn) ::unlink(scratch_->c_str());
     ::_exit(failedWrite ? kExitFailed : describe(signal).exitStatus);
 }
 
