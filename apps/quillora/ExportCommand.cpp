@@ -179,8 +179,10 @@ void checkExport(const ExportOptions& options, CheckedExport& checked, std::ostr
         checked.inputs.push_back(*checked.cover);
     }
     const std::filesystem::path pictures = std::filesystem::path(checked.context.tempProcessingFolderPath) / "pictures";
+    std::optional<double> listFrame;
     auto readList = [&](const std::filesystem::path& file, const char* folder, const TransitionRules& rules) {
         Transitions list = readTransitions(file, pictures / folder, recording.duration, rules);
+        listFrame = list.largestFrame;
         checked.warnings.insert(checked.warnings.end(), list.warnings.begin(), list.warnings.end());
         checked.inputs.push_back(file);
         for (const auto& picture : list.pictures) {
@@ -190,13 +192,15 @@ void checkExport(const ExportOptions& options, CheckedExport& checked, std::ostr
         return list.records;
     };
     const bool movie = checked.format == ".mov";
+    std::optional<double> slidesFrame;  // screen shots are drawn in the slides' frame
     if (options.transitions) {
         checked.context.slideTransitions = readList(*options.transitions, "slides", {true, true, movie});
+        slidesFrame = listFrame;
     }
     // Screen shots' times are never put in a track; their texts only by the tools.
     if (options.screenshots) {
         checked.context.screenshotTransitions =
-            readList(*options.screenshots, "screenshots", {false, options.pipeline == "tools", movie});
+            readList(*options.screenshots, "screenshots", {false, options.pipeline == "tools", movie, slidesFrame});
     }
     for (const auto& file : {options.tags, options.defaults, options.templateFile}) {
         if (file) checked.inputs.push_back(*file);

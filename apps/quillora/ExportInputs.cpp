@@ -3,10 +3,12 @@
 #include <fmt/format.h>
 
 #include <system_error>
+#include <vips/vips8>
 
 #include "InputChecks.h"
 #include "foundation/FileHandle.h"
 #include "foundation/PropertyList.h"
+#include "images/PicturePreparation.h"
 #include "layout/ColorData.h"
 
 namespace quillora::app {
@@ -16,14 +18,24 @@ namespace {
 // Longer titles are left out of messages rather than fill the terminal.
 constexpr std::size_t kLongestTitleShown = 80;
 
-std::filesystem::path copyPicture(const std::filesystem::path& source, const std::filesystem::path& folder,
-                                  std::size_t index)
+// The picture as the resizer is to draw it: a byte copy, or an upright,
+// reduced or decoded one (see placePicture).
+std::filesystem::path copyPicture(const std::filesystem::path& source, const PictureHeader& header,
+                                  std::optional<double> frame, const std::filesystem::path& folder, std::size_t index)
 {
     std::filesystem::create_directories(folder);
     auto copy = folder / fmt::format("{:03}-{}", index + 1, source.filename().string());
-    // The file layer's copy keeps the system's cause of a failed write ("No space left on device").
-    FileHandle::copyFile(source, copy);
-    return copy;
+    try {
+        return placePicture(source, header, frame, copy);
+    } catch (const vips::VError& refused) {
+        const std::string message = imageLibraryMessage(refused);
+        if (header.formatNeedingDecoder) {
+            throw InputError(fmt::format("The picture {} cannot be read: {}", source.string(),
+                                         undecodedFormatProblem(*header.formatNeedingDecoder, message)));
+        }
+        throw InputError(
+            fmt::format("The picture {} cannot be prepared in {}: {}", source.string(), folder.string(), message));
+    }
 }
 
 }  // namespace
@@ -66,10 +78,15 @@ Transitions readTransitions(const std::filesystem::path& path, const std::filesy
         previousTime = checkTransition(*record, picture, where, previousTime, recordingDuration, rules, warnings);
         pictures.push_back(picture);
     }
+    // The checks above opened every picture, so their headers read.
+    std::vector<PictureHeader> headers;
+    for (const auto& picture : pictures) headers.push_back(readPictureHeader(picture));
+    const std::optional<double> frame = rules.largestFrame ? rules.largestFrame : largestFrameFor(headers);
     for (std::size_t i = 0; i < records->size(); ++i) {
-        (*records)[i].asDictionary()->set("imagePath", copyPicture(pictures[i], pictureFolder, i).string());
+        const auto copy = copyPicture(pictures[i], headers[i], frame, pictureFolder, i);
+        (*records)[i].asDictionary()->set("imagePath", copy.string());
     }
-    return {transitions, pictures, warnings};
+    return {transitions, pictures, warnings, frame};
 }
 
 Value readTags(const std::filesystem::path& path)

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -29,11 +30,13 @@ Value readInputFile(const std::filesystem::path& path, std::string_view what);
 // sample can hold, a picture at "imagePath" (relative paths are taken from
 // the file's folder) that the image library can read. The pictures are then
 // copied into pictureFolder, so the user's own files are never rewritten,
-// and each record's "imagePath" names its copy.
+// and each record's "imagePath" names its copy; a turned photo's copy is
+// upright, a picture far larger than the frame is reduced.
 struct Transitions {
     Value records;
     std::vector<std::filesystem::path> pictures;  // the user's own files, in record order
     std::vector<std::string> warnings;            // what the export will do otherwise than asked
+    std::optional<double> largestFrame;           // the most the resizer's frame can be, from these pictures
 };
 Transitions readTransitions(const std::filesystem::path& path, const std::filesystem::path& pictureFolder,
                             std::uint64_t recordingDuration, const TransitionRules& rules);

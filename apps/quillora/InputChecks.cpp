@@ -19,6 +19,7 @@
 #include "foundation/TextEncoding.h"
 #include "foundation/WhiteSpace.h"
 #include "images/ImageLibrary.h"
+#include "images/PictureFormat.h"
 #include "layout/PodcastTrackIDs.h"
 #include "toolbox/Movie.h"
 
@@ -71,6 +72,7 @@ std::optional<std::string> pictureProblem(const std::filesystem::path& picture)
     } catch (const vips::VError& refused) {
         std::string message = imageLibraryMessage(refused);
         if (auto newline = message.rfind('\n'); newline != std::string::npos) message = message.substr(newline + 1);
+        if (auto format = formatNeedingDecoder(picture)) return undecodedFormatProblem(*format, message);
         return message.empty() ? "not a picture the image library can read" : message;
     }
 }
@@ -225,6 +227,13 @@ std::optional<std::int64_t> checkTransition(const Dictionary& record, const std:
         throw InputError(fmt::format("{}: the picture {} cannot be read: {}", where, picture.string(), *problem));
     }
     return time;
+}
+
+std::string undecodedFormatProblem(const std::string& format, const std::string& libraryMessage)
+{
+    return fmt::format("it is {} {} picture, which this system's image library cannot decode ({}); convert it to PNG "
+                       "or JPEG",
+                       format == "AVIF" ? "an" : "a", format, libraryMessage);
 }
 
 bool isFormatName(const std::string& format)

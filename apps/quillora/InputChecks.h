@@ -30,6 +30,9 @@ struct TransitionRules {
     bool checkTimes = true;  // slides; a screen shot's time is never put in a track
     bool checkTexts = true;  // put in text samples (screen shots only on the tools route)
     bool movie = false;      // a .mov, whose samples hold longer link titles and URLs
+    // Screen shots are drawn in the slides' frame: the largest it can be,
+    // which decides how far a huge screen shot may be reduced.
+    std::optional<double> largestFrame;
 };
 
 // One transition record, the picture it names resolved to a file. where names
@@ -41,6 +44,11 @@ std::optional<std::int64_t> checkTransition(const Dictionary& record, const std:
                                             const std::string& where, std::optional<std::int64_t> previousTime,
                                             std::uint64_t recordingDuration, const TransitionRules& rules,
                                             std::vector<std::string>& warnings);
+
+// Why a picture in a format whose decoder this system may lack ("HEIC")
+// cannot be read, with what to do about it; libraryMessage is the library's
+// own word.
+std::string undecodedFormatProblem(const std::string& format, const std::string& libraryMessage);
 
 // The output formats the plug-in makes, and the extensions each may be saved
 // under.
