@@ -194,7 +194,7 @@ void checkExport(const ExportOptions& options, CheckedExport& checked, std::ostr
     const bool movie = checked.format == ".mov";
     std::optional<double> slidesFrame;  // screen shots are drawn in the slides' frame
     if (options.transitions) {
-        checked.context.slideTransitions = readList(*options.transitions, "slides", {true, true, movie});
+        checked.context.slideTransitions = readList(*options.transitions, "slides", {true, true, movie, std::nullopt});
         slidesFrame = listFrame;
     }
     // Screen shots' times are never put in a track; their texts only by the tools.

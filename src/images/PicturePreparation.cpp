@@ -110,7 +110,7 @@ std::filesystem::path placePicture(const std::filesystem::path& source, const Pi
     }
     picture = picture.copy(
         VImage::option()->set("xres", dpiWidth / kMillimetresPerInch)->set("yres", dpiHeight / kMillimetresPerInch));
-    // JPEG stores its resolution per centimetre unless told inches, which would round 72 dpi to 71.
+    // A source's unit would be carried over; in whole dots per centimetre 72 dpi comes back as 71.
     picture.set(VIPS_META_RESOLUTION_UNIT, "in");
     std::filesystem::path copy = destination;
     if (header.jpeg) {
