@@ -22,8 +22,9 @@ constexpr double kMillimetresPerInch = 25.4;
 // keeps twice the frame on its longer side, so the resizer's own scaling
 // still has a factor of two to smooth over and the drawing looks as if made
 // from the original. Only a picture longer than the frame on both sides in
-// points is reduced: it cannot be the slide whose width or height decides
-// the frame, so the fraction of a point its size may change by changes nothing.
+// points, before and after, is reduced: it is not the slide whose width or
+// height decides the frame, so the few points its size may change by
+// change nothing.
 constexpr double kReduceBeyondFrames = 4.0;
 constexpr double kKeptFrames = 2.0;
 
@@ -76,15 +77,23 @@ std::filesystem::path placePicture(const std::filesystem::path& source, const Pi
     double dpiWidth = dotsPerInch(header.uprightWidth, header.points.width);
     double dpiHeight = dotsPerInch(header.uprightHeight, header.points.height);
     double scale = 1;
-    if (frame && std::min(header.points.width, header.points.height) > *frame + 1 &&
+    auto reducedSide = [&scale](int pixels) { return std::max(1, static_cast<int>(std::lround(pixels * scale))); };
+    if (frame && std::min(header.points.width, header.points.height) > *frame &&
         std::min(header.uprightWidth, header.uprightHeight) > kReduceBeyondFrames * *frame) {
-        // A whole new dpi keeps the size in points to within a fraction of a point.
+        // A whole dpi, as the library reads it back; the size in points
+        // then changes only by the rounding of the pixels.
         const double longest = std::max(header.uprightWidth, header.uprightHeight);
         const double reducedDpi = std::ceil(dpiWidth * kKeptFrames * *frame / longest);
-        if (reducedDpi <= dpiWidth / 2) {
-            scale = reducedDpi / dpiWidth;
+        scale = reducedDpi / dpiWidth;
+        const double reducedDpiHeight = dpiHeight * scale;
+        const bool stillLongerThanFrame =
+            reducedSide(header.uprightWidth) * kPointsPerInch / reducedDpi > *frame &&
+            reducedSide(header.uprightHeight) * kPointsPerInch / std::round(reducedDpiHeight) > *frame;
+        if (scale <= 0.5 && stillLongerThanFrame) {
             dpiWidth = reducedDpi;
-            dpiHeight *= scale;
+            dpiHeight = reducedDpiHeight;
+        } else {
+            scale = 1;
         }
     }
     if (!turned && scale == 1 && !header.formatNeedingDecoder) {
@@ -93,8 +102,8 @@ std::filesystem::path placePicture(const std::filesystem::path& source, const Pi
         return destination;
     }
 
-    const int width = std::max(1, static_cast<int>(std::lround(header.uprightWidth * scale)));
-    const int height = std::max(1, static_cast<int>(std::lround(header.uprightHeight * scale)));
+    const int width = reducedSide(header.uprightWidth);
+    const int height = reducedSide(header.uprightHeight);
     VImage picture;
     try {
         // Turns the picture upright and shrinks it while decoding; a source

@@ -36,13 +36,14 @@ PictureHeader readPictureHeader(const std::filesystem::path& path);
 // when there are no slides.
 std::optional<double> largestFrameFor(const std::vector<PictureHeader>& slides);
 
-// Puts the picture at destination's path: as it is, or decoded, upright and (when
-// frame is given and the picture has more than four times the frame's pixels
-// on both sides) reduced to twice the frame on its longer side. A written copy takes
-// the extension of what it holds (a JPEG stays a JPEG, anything else becomes
-// a PNG) and states the resolution that keeps its size in points, so the
-// resizer decides the same frame. Returns the copy's path; throws
-// vips::VError when the copy cannot be written.
+// Puts the picture at destination's path: as it is, or decoded, upright and
+// (when frame is given and the picture has more than four times the frame's
+// pixels on both sides) reduced to twice the frame on its longer side. A
+// written copy takes the extension of what it holds (a JPEG stays a JPEG,
+// anything else becomes a PNG) and states the resolution that keeps its
+// size in points but for the rounding of its pixels, so the resizer decides
+// the same frame. Returns the copy's path; throws vips::VError when the
+// copy cannot be written.
 std::filesystem::path placePicture(const std::filesystem::path& source, const PictureHeader& header,
                                    std::optional<double> frame, const std::filesystem::path& destination);
 
