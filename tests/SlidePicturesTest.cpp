@@ -31,13 +31,15 @@ VImage plainPicture(int width, int height)
         .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
 }
 
-// The width over the height of what is not background in the second picture
-// of the published file's picture track, as ffmpeg decodes it.
+// The width over the height of what is not background in the picture shown
+// from 1.5 s (the second slide's time) in the published file, as ffmpeg decodes it.
 double drawnAspect(const std::filesystem::path& published, const std::filesystem::path& folder)
 {
     const auto frame = folder / "second.ppm";
-    const auto result = runCommand("ffmpeg -v error -y -i " + shellQuote(published) +
-                                   " -map 0:v:0 -vf 'select=eq(n\\,1)' -frames:v 1 " + shellQuote(frame));
+    // As stored: players draw the samples as they are, while ffmpeg would
+    // turn a picture by an EXIF orientation left in it.
+    const auto result = runCommand("ffmpeg -v error -y -noautorotate -i " + shellQuote(published) +
+                                   " -map 0:v:0 -vf 'select=gte(t\\,1.5)' -frames:v 1 " + shellQuote(frame));
     if (result.status != 0 || !std::filesystem::exists(frame)) return 0;
     const Bytes ppm = test::readFile(frame);
     // "P6\n<width> <height>\n255\n" then RGB bytes.

@@ -27,7 +27,9 @@ std::optional<std::string> pictureFormatName(const std::filesystem::path& path)
     std::ifstream file(path, std::ios::binary);
     file.read(head.data(), head.size());
     const std::string_view bytes(head.data(), static_cast<std::size_t>(file.gcount()));
-    auto at = [&](std::size_t offset, std::string_view magic) { return bytes.substr(offset, magic.size()) == magic; };
+    auto at = [&](std::size_t offset, std::string_view magic) {
+        return offset + magic.size() <= bytes.size() && bytes.substr(offset, magic.size()) == magic;
+    };
 
     if (at(4, "ftyp") && bytes.size() >= 12) return heifFormatName(bytes.substr(8, 4));
     if (at(0, "RIFF") && at(8, "WEBP")) return "WebP";
