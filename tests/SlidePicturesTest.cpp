@@ -31,6 +31,16 @@ VImage plainPicture(int width, int height)
         .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
 }
 
+// A portrait HEIC (300x400). Encoded by the vips program: the HEVC encoder
+// keeps a little memory to the end of the process, which would count as
+// ours under the leak checker.
+void makeHeic(const std::filesystem::path& path)
+{
+    const auto png = path.parent_path() / "heic-source.png";
+    plainPicture(300, 400).pngsave(png.c_str());
+    runCommand("vips copy " + shellQuote(png) + " " + shellQuote(path.string() + "[compression=hevc]"));
+}
+
 // The width over the height of what is not background in the picture shown
 // from 1.5 s (the second slide's time) in the published file, as ffmpeg decodes it.
 double drawnAspect(const std::filesystem::path& published, const std::filesystem::path& folder)
@@ -81,20 +91,16 @@ TEST(SlidePictures, AreDrawnAsSeenOrRefusedByFormat)
              photo.jpegsave(path.c_str());
          },
          0.75, nullptr},
-        {"a 10000x10000 PNG", "huge.png", [](const auto& path) { plainPicture(10000, 10000).pngsave(path.c_str()); },
-         1.0, nullptr},
+        // With alpha: the resizer would hold the whole picture to see whether it is opaque.
+        {"a 10000x10000 PNG", "huge.png",
+         [](const auto& path) { plainPicture(10000, 10000).bandjoin_const({255}).pngsave(path.c_str()); }, 1.0,
+         nullptr},
         {"a WebP", "slide.webp", [](const auto& path) { plainPicture(400, 300).webpsave(path.c_str()); }, 4.0 / 3,
          nullptr},
-        {"a HEIC", "slide.heic",
-         [](const auto& path) {
-             plainPicture(300, 400).heifsave(path.c_str(),
-                                             VImage::option()->set("compression", VIPS_FOREIGN_HEIF_COMPRESSION_HEVC));
-         },
-         0.75, "HEIC"},
+        {"a HEIC", "slide.heic", [](const auto& path) { makeHeic(path); }, 0.75, "HEIC"},
         {"a HEIC whose picture data is cut off", "cut.heic",
          [](const auto& path) {
-             plainPicture(300, 400).heifsave(path.c_str(),
-                                             VImage::option()->set("compression", VIPS_FOREIGN_HEIF_COMPRESSION_HEVC));
+             makeHeic(path);
              std::filesystem::resize_file(path, std::filesystem::file_size(path) - 200);
          },
          0, "HEIC"},
