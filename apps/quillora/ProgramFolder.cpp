@@ -2,12 +2,19 @@
 
 namespace quillora::app {
 
-std::optional<std::filesystem::path> programFolder()
+std::optional<std::filesystem::path> programPath()
 {
     std::error_code error;
-    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    auto program = std::filesystem::read_symlink("/proc/self/exe", error);
     if (error) return std::nullopt;
-    return program.parent_path();
+    return program;
+}
+
+std::optional<std::filesystem::path> programFolder()
+{
+    const auto program = programPath();
+    if (!program) return std::nullopt;
+    return program->parent_path();
 }
 
 }  // namespace quillora::app

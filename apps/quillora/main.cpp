@@ -13,6 +13,7 @@
 #include "AtomsCommand.h"
 #include "ChapterXmlCommand.h"
 #include "ComponentsCommand.h"
+#include "CourseCommand.h"
 #include "ExportCommand.h"
 #include "ExportDeviceCommand.h"
 #include "InspectCommand.h"
@@ -145,6 +146,24 @@ int main(int argc, char** argv)
                            "Show the pictures at their clean aperture during the export (the mode is restored)");
     exportDevice->add_flag("--verbose", deviceVerbose, "Show the export's log lines (shown anyway when it fails)");
 
+    quillora::app::CourseOptions courseOptions;
+    auto* course = app.add_subcommand("course", "Publish a semester of lectures as one podcast feed");
+    course->require_subcommand(1);
+    auto addCourseCommand = [&](const char* name, const char* description) {
+        auto* command = course->add_subcommand(name, description);
+        command->add_option("MANIFEST", courseOptions.manifest, "The course manifest (JSON or property list)")
+            ->required();
+        command->add_option("--output", courseOptions.output, "The folder the course is published in")->required();
+        return command;
+    };
+    auto* coursePublish = addCourseCommand(
+        "publish", "Export every lecture that is new or changed, then write OUTPUT/feed.xml");
+    coursePublish->add_option("--jobs", courseOptions.jobs, "Lectures exported at once (default: one per two cores)")
+        ->check(CLI::Range(1, 256));
+    auto* courseCommands = addCourseCommand(
+        "commands", "Print the export command of each lecture that needs one, for other machines to run");
+    auto* courseFeed = addCourseCommand("feed", "Publish what the printed commands made and write OUTPUT/feed.xml");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& help) {
@@ -171,6 +190,9 @@ int main(int argc, char** argv)
         return quillora::app::runExportDeviceCommand(deviceMovie, deviceOutput, cleanAperture, deviceVerbose, std::cout,
                                                      std::cerr);
     }
+    if (coursePublish->parsed()) return quillora::app::runCoursePublish(courseOptions, std::cout, std::cerr);
+    if (courseCommands->parsed()) return quillora::app::runCourseCommands(courseOptions, std::cout, std::cerr);
+    if (courseFeed->parsed()) return quillora::app::runCourseFeed(courseOptions, std::cout, std::cerr);
     if (plugins->parsed()) return quillora::app::runPluginsCommand(pluginFolders, std::cout, std::cerr);
     return quillora::app::kExitRefused;
 }
