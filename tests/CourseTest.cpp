@@ -56,7 +56,7 @@ with open(path, 'rb') as stream:
     p = podcastparser.parse('file://' + path, stream)
 print(json.dumps({
     'bozo': bool(f.bozo), 'podcastGuid': f.feed.get('podcast_guid'), 'image': f.feed.image.get('href'),
-    'author': f.feed.get('author'), 'category': [t.get('term') for t in f.feed.get('tags', [])],
+    'author': f.feed.get('author'),
     'uuid5': str(uuid.uuid5(uuid.UUID('ead4c236-bf58-58c6-a2c6-a6b28d128cb6'),
                             sys.argv[2].split('://', 1)[1].rstrip('/'))),
     'feedparser': [{'title': e.title, 'guid': e.id, 'published': e.published_parsed[:6],

@@ -117,6 +117,7 @@ std::size_t publishFeed(OpenedCourse& opened, std::vector<LectureFailure>& failu
 {
     const HeldSignals held;
     landStagedLectures(opened.planned, opened.folder, *opened.state, failures);
+    opened.state->save();  // what landed stays landed, whatever happens next
     makeCourseArtwork(opened.course, opened.folder, *opened.state);
     opened.state->save();
     const auto items = feedItems(opened);

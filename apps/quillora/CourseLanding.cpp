@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <set>
+#include <vector>
 
 #include "audio/SoundProbe.h"
 #include "publish/Cover.h"
@@ -33,9 +34,11 @@ void land(PlannedLecture& planned, const std::filesystem::path& folder, publish:
     }
     const auto seconds = audio::probeSound(planned.stagedFile()).durationSeconds.value_or(0);
     const auto bytes = std::filesystem::file_size(planned.stagedFile());
+    std::vector<std::filesystem::path> companions;  // listed first: the folder changes as they leave
     for (const auto& entry : std::filesystem::directory_iterator(planned.staging)) {
-        if (entry.path().filename() != planned.fileName) moveOnto(entry.path(), folder / entry.path().filename());
+        if (entry.path().filename() != planned.fileName) companions.push_back(entry.path());
     }
+    for (const auto& companion : companions) moveOnto(companion, folder / companion.filename());
     moveOnto(planned.stagedFile(), folder / planned.fileName);
 
     auto& record = state.lectures[lecture.slug];

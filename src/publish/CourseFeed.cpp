@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <pugixml.hpp>
 
+#include <algorithm>
 #include <cmath>
 #include <ctime>
 #include <sstream>
