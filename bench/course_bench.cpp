@@ -57,7 +57,8 @@ int main(int argc, char** argv)
                        std::to_string(i + 1) + "\"}}";
     }
     writeText(folder / "transitions.json", transitions + "\n]\n");
-    writeText(folder / "defaults.json", R"({"supportForURL": true, "textTrackFontSize": 14, "videoImageQuality": 512})");
+    writeText(folder / "defaults.json",
+              R"({"supportForURL": true, "textTrackFontSize": 14, "videoImageQuality": 512})");
     const std::string baseUrl = "https://lectures.example.org/bench/";
     std::string manifestLectures;
     for (int i = 1; i <= lectures; ++i) {
@@ -86,8 +87,8 @@ int main(int argc, char** argv)
                       .seconds;
     }
     const auto publish = [&](const std::string& site, const std::vector<std::string>& extra) {
-        std::vector<std::string> command = {quillora, "course", "publish", (folder / "course.json").string(),
-                                            "--output", (folder / site).string()};
+        std::vector<std::string> command = {
+            quillora, "course", "publish", (folder / "course.json").string(), "--output", (folder / site).string()};
         command.insert(command.end(), extra.begin(), extra.end());
         return run(command);
     };

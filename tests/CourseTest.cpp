@@ -39,7 +39,8 @@ std::map<std::string, std::pair<fs::file_time_type, Bytes>> snapshot(const fs::p
     std::map<std::string, std::pair<fs::file_time_type, Bytes>> files;
     for (const auto& entry : fs::recursive_directory_iterator(folder)) {
         if (entry.is_regular_file()) {
-            files[fs::relative(entry.path(), folder).string()] = {entry.last_write_time(), test::readFile(entry.path())};
+            files[fs::relative(entry.path(), folder).string()] = {entry.last_write_time(),
+                                                                  test::readFile(entry.path())};
         }
     }
     return files;
@@ -70,8 +71,8 @@ print(json.dumps({
     'cover': p.get('cover_url')}))
 )";
     const std::string feedUrl = "https://lectures.example.org/phys120/feed.xml";
-    const auto result = runCommand("/usr/bin/python3 -c " + shellQuote(script) + " " + shellQuote(feed.string()) +
-                                   " " + shellQuote(feedUrl));
+    const auto result = runCommand("/usr/bin/python3 -c " + shellQuote(script) + " " + shellQuote(feed.string()) + " " +
+                                   shellQuote(feedUrl));
     auto json = nlohmann::json::parse(result.output, nullptr, false);
     EXPECT_FALSE(json.is_discarded()) << result.output;
     return json;
@@ -169,9 +170,10 @@ TEST(Course, PublishesThenRepublishesOnlyWhatChanged)
         EXPECT_TRUE(after.at(unchanged) == before.at(unchanged)) << unchanged;
     }
     EXPECT_FALSE(after.at("lecture-2.m4a") == before.at("lecture-2.m4a"));
-    const auto title = runCommand("/usr/bin/python3 -c " +
-                                  shellQuote("import mutagen.mp4,sys; print(mutagen.mp4.MP4(sys.argv[1])['\\xa9nam'][0])") +
-                                  " " + shellQuote((site / "lecture-2.m4a").string()));
+    const auto title =
+        runCommand("/usr/bin/python3 -c " +
+                   shellQuote("import mutagen.mp4,sys; print(mutagen.mp4.MP4(sys.argv[1])['\\xa9nam'][0])") + " " +
+                   shellQuote((site / "lecture-2.m4a").string()));
     EXPECT_EQ(title.output, "Light and Optics, Lecture 2: Mirrors and Images\n");
     expectFeedMatchesSite(manifest, site, 3);
     EXPECT_EQ(guidsByUrl(site / "feed.xml"), guids);
@@ -197,7 +199,8 @@ TEST(Course, AFailingLectureIsListedAndLeftOutOfTheFeed)
     EXPECT_FALSE(fs::exists(site / "broken.m4a"));
     const auto feed = readFeed(site / "feed.xml");
     ASSERT_EQ(feed["feedparser"].size(), 3u) << feed.dump(1);
-    for (const auto& entry : feed["feedparser"]) EXPECT_EQ(entry["url"].get<std::string>().find("broken"), std::string::npos);
+    for (const auto& entry : feed["feedparser"])
+        EXPECT_EQ(entry["url"].get<std::string>().find("broken"), std::string::npos);
 }
 
 TEST(Course, AMalformedManifestIsRefusedNamingTheLectureAndField)

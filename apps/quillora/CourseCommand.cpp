@@ -121,8 +121,7 @@ std::size_t publishFeed(OpenedCourse& opened, std::vector<LectureFailure>& failu
     makeCourseArtwork(opened.course, opened.folder, *opened.state);
     opened.state->save();
     const auto items = feedItems(opened);
-    const std::string feed = publish::courseFeedXml(
-        opened.course, opened.course.baseUrl + kCourseArtworkName, items);
+    const std::string feed = publish::courseFeedXml(opened.course, opened.course.baseUrl + kCourseArtworkName, items);
     const auto feedFile = opened.folder / "feed.xml";
     std::string earlier;
     if (std::filesystem::is_regular_file(feedFile)) {
@@ -149,8 +148,7 @@ int reportFailures(const std::vector<LectureFailure>& failures, std::ostream& er
 }
 
 // The course as far as it is published, or the cause that stopped it.
-int finishCourse(OpenedCourse& opened, std::vector<LectureFailure>& failures, std::ostream& out,
-                 std::ostream& err)
+int finishCourse(OpenedCourse& opened, std::vector<LectureFailure>& failures, std::ostream& out, std::ostream& err)
 {
     try {
         publishFeed(opened, failures, out);
@@ -187,8 +185,8 @@ int runCoursePublish(const CourseOptions& options, std::ostream& out, std::ostre
         if (outcomes[i].succeeded && std::filesystem::is_regular_file(exported[i]->stagedFile())) {
             exported[i]->stage = PlannedLecture::Stage::staged;
         } else {
-            failures.push_back({exported[i]->lecture, outcomes[i].succeeded ? "its export made no podcast"
-                                                                            : outcomes[i].reason});
+            failures.push_back(
+                {exported[i]->lecture, outcomes[i].succeeded ? "its export made no podcast" : outcomes[i].reason});
         }
     }
     return finishCourse(*opened, failures, out, err);

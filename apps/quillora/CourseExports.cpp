@@ -119,8 +119,7 @@ std::vector<ExportOutcome> runExports(const std::vector<LectureExport>& exports,
             showLine(work, child, child.partialLine, out);
             close(child.output);
             int status = 0;
-            while (waitpid(child.pid, &status, 0) < 0 && errno == EINTR) {
-            }
+            while (waitpid(child.pid, &status, 0) < 0 && errno == EINTR) {}
             ExportOutcome& outcome = outcomes[child.index];
             outcome.succeeded = WIFEXITED(status) && WEXITSTATUS(status) == 0;
             if (!outcome.succeeded) outcome.reason = howItEnded(child, status);

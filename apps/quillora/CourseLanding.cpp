@@ -43,9 +43,9 @@ void land(PlannedLecture& planned, const std::filesystem::path& folder, publish:
 
     auto& record = state.lectures[lecture.slug];
     if (record.firstPublished == 0) {
-        record.firstPublished = std::chrono::duration_cast<std::chrono::seconds>(
-                                    std::chrono::system_clock::now().time_since_epoch())
-                                    .count();
+        record.firstPublished =
+            std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
+                .count();
     }
     record.inputs = planned.inputs;
     record.file = planned.fileName;
@@ -65,7 +65,10 @@ HeldSignals::HeldSignals()
     sigprocmask(SIG_BLOCK, &held, &previous_);
 }
 
-HeldSignals::~HeldSignals() { sigprocmask(SIG_SETMASK, &previous_, nullptr); }
+HeldSignals::~HeldSignals()
+{
+    sigprocmask(SIG_SETMASK, &previous_, nullptr);
+}
 
 void landStagedLectures(std::vector<PlannedLecture>& planned, const std::filesystem::path& folder,
                         publish::CourseState& state, std::vector<LectureFailure>& failures)
@@ -80,8 +83,7 @@ void landStagedLectures(std::vector<PlannedLecture>& planned, const std::filesys
     }
 }
 
-void makeCourseArtwork(const publish::Course& course, const std::filesystem::path& folder,
-                       publish::CourseState& state)
+void makeCourseArtwork(const publish::Course& course, const std::filesystem::path& folder, publish::CourseState& state)
 {
     const std::string inputs = state.contentHash(course.artwork);
     const auto artwork = folder / kCourseArtworkName;

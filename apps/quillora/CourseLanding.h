@@ -41,8 +41,7 @@ void landStagedLectures(std::vector<PlannedLecture>& planned, const std::filesys
 
 // Makes the course's artwork (OUTPUT/artwork.jpg) when it is missing or its
 // source changed. Throws std::exception with the cause.
-void makeCourseArtwork(const publish::Course& course, const std::filesystem::path& folder,
-                       publish::CourseState& state);
+void makeCourseArtwork(const publish::Course& course, const std::filesystem::path& folder, publish::CourseState& state);
 
 inline constexpr const char* kCourseArtworkName = "artwork.jpg";
 

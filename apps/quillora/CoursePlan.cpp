@@ -77,8 +77,8 @@ PlannedLecture plan(const publish::Course& course, const publish::CourseLecture&
     for (const auto& list : {lecture.transitions, lecture.screenshots}) {
         if (!list) continue;
         for (const auto& picture : picturesOf(*list)) {
-            description += fmt::format("picture {}\n",
-                                       std::filesystem::is_regular_file(picture) ? hashOf(picture) : "missing");
+            description +=
+                fmt::format("picture {}\n", std::filesystem::is_regular_file(picture) ? hashOf(picture) : "missing");
         }
     }
     planned.inputs = publish::sha256OfText(description);
@@ -112,8 +112,9 @@ std::string shellCommandLine(const std::vector<std::string>& arguments)
     std::string line;
     for (const auto& word : arguments) {
         if (!line.empty()) line += ' ';
-        const bool plain = !word.empty() && word.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
-                                                                   "0123456789-_./:,=+@%") == std::string::npos;
+        const bool plain =
+            !word.empty() && word.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                                    "0123456789-_./:,=+@%") == std::string::npos;
         if (plain) {
             line += word;
             continue;

@@ -156,8 +156,8 @@ int main(int argc, char** argv)
         command->add_option("--output", courseOptions.output, "The folder the course is published in")->required();
         return command;
     };
-    auto* coursePublish = addCourseCommand(
-        "publish", "Export every lecture that is new or changed, then write OUTPUT/feed.xml");
+    auto* coursePublish =
+        addCourseCommand("publish", "Export every lecture that is new or changed, then write OUTPUT/feed.xml");
     coursePublish->add_option("--jobs", courseOptions.jobs, "Lectures exported at once (default: one per two cores)")
         ->check(CLI::Range(1, 256));
     auto* courseCommands = addCourseCommand(

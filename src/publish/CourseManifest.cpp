@@ -50,7 +50,8 @@ public:
         auto name = text(key, required);
         if (!name) return std::nullopt;
         const auto path = manifest_.parent_path() / *name;
-        if (!std::filesystem::is_regular_file(path)) fail(key, fmt::format("names {}, which does not exist", path.string()));
+        if (!std::filesystem::is_regular_file(path))
+            fail(key, fmt::format("names {}, which does not exist", path.string()));
         return path;
     }
 
@@ -73,9 +74,8 @@ private:
 bool isSlug(const std::string& text)
 {
     return !text.empty() && text.front() != '.' && text.front() != '-' &&
-           std::all_of(text.begin(), text.end(), [](unsigned char c) {
-               return std::isalnum(c) || c == '-' || c == '_' || c == '.';
-           });
+           std::all_of(text.begin(), text.end(),
+                       [](unsigned char c) { return std::isalnum(c) || c == '-' || c == '_' || c == '.'; });
 }
 
 // The recording's name, lower case, with a dash for each run of anything else.
@@ -233,9 +233,9 @@ Course readCourseManifest(const std::filesystem::path& manifest)
         course.lectures.push_back(readLecture(entry, course.lectures.size() + 1, course));
         const auto& lecture = course.lectures.back();
         if (auto [earlier, added] = slugs.emplace(lecture.slug, lecture.number); !added) {
-            throw CourseManifestError(fmt::format(
-                "{}: lecture {}: \"slug\" {} is lecture {}'s too; give each lecture a \"slug\" of its own",
-                manifest.string(), lecture.number, lecture.slug, earlier->second));
+            throw CourseManifestError(
+                fmt::format("{}: lecture {}: \"slug\" {} is lecture {}'s too; give each lecture a \"slug\" of its own",
+                            manifest.string(), lecture.number, lecture.slug, earlier->second));
         }
     }
     return course;

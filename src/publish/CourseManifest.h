@@ -47,7 +47,7 @@ struct Course {
     std::string baseUrl;  // ends in "/"
     std::string link;     // the course's web page; the base URL unless given
     std::string format = ".m4a";
-    std::vector<std::string> also;  // companion names; "chapters-json" always, the feed links it
+    std::vector<std::string> also;                  // companion names; "chapters-json" always, the feed links it
     std::optional<std::filesystem::path> defaults;  // for a lecture without its own
     std::optional<double> loudness;
     bool modern = false;

@@ -12,7 +12,10 @@ namespace quillora::publish {
 
 namespace {
 
-std::int64_t integer(const Value& value, std::string_view key) { return value.integerForKey(key).value_or(0); }
+std::int64_t integer(const Value& value, std::string_view key)
+{
+    return value.integerForKey(key).value_or(0);
+}
 
 }  // namespace
 
