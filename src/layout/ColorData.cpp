@@ -8,19 +8,12 @@
 #include <string_view>
 #include <vector>
 
+#include "foundation/HexDigit.h"
 #include "layout/CssColorNames.h"
 
 namespace quillora {
 
 namespace {
-
-int hexDigit(char c)
-{
-    if (c >= '0' && c <= '9') return c - '0';
-    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    return -1;
-}
 
 // A CSS colour name, or "#" and 3, 4, 6 or 8 hex digits (RGB, RGBA, RRGGBB,
 // RRGGBBAA; a short form's digits stand doubled), blanks around it allowed.
@@ -44,7 +37,7 @@ std::optional<ColorComponents> colorFromText(std::string_view text)
     for (std::size_t i = 0; i < text.size(); i += digitsPerChannel) {
         int value = 0;
         for (std::size_t k = 0; k < 2; ++k) {
-            const int digit = hexDigit(text[i + (digitsPerChannel == 1 ? 0 : k)]);
+            const int digit = hexDigitValue(text[i + (digitsPerChannel == 1 ? 0 : k)]);
             if (digit < 0) return std::nullopt;
             value = value * 16 + digit;
         }

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 
+#include "foundation/HexDigit.h"
 #include "publish/PublishError.h"
 
 extern "C" {
@@ -13,22 +14,14 @@ namespace quillora::publish {
 
 namespace {
 
-int hexDigit(char c)
-{
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
 std::array<std::uint8_t, 16> uuidBytes(std::string_view text)
 {
     std::array<std::uint8_t, 16> bytes{};
     std::size_t filled = 0;
     for (std::size_t i = 0; i < text.size(); ++i) {
         if (text[i] == '-' && (i == 8 || i == 13 || i == 18 || i == 23)) continue;
-        const int high = hexDigit(text[i]);
-        const int low = i + 1 < text.size() ? hexDigit(text[i + 1]) : -1;
+        const int high = hexDigitValue(text[i]);
+        const int low = i + 1 < text.size() ? hexDigitValue(text[i + 1]) : -1;
         if (high < 0 || low < 0 || filled == bytes.size()) throw PublishError("not a UUID: " + std::string(text));
         bytes[filled++] = static_cast<std::uint8_t>(high * 16 + low);
         ++i;

@@ -1,4 +1,5 @@
 #include "publish/TextEscaping.h"
+#include "foundation/HexDigit.h"
 
 #include <fmt/format.h>
 
@@ -40,14 +41,6 @@ bool unreserved(unsigned char byte)
            byte == '-' || byte == '.' || byte == '_' || byte == '~';
 }
 
-int hexDigit(char c)
-{
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    return -1;
-}
-
 }  // namespace
 
 std::string escapeMarkup(std::string_view text)
@@ -80,8 +73,8 @@ std::filesystem::path pathFromUrlPath(std::string_view url)
 {
     std::string path;
     for (std::size_t i = 0; i < url.size(); ++i) {
-        const int high = url[i] == '%' && i + 2 < url.size() ? hexDigit(url[i + 1]) : -1;
-        const int low = high >= 0 ? hexDigit(url[i + 2]) : -1;
+        const int high = url[i] == '%' && i + 2 < url.size() ? hexDigitValue(url[i + 1]) : -1;
+        const int low = high >= 0 ? hexDigitValue(url[i + 2]) : -1;
         if (low >= 0) {
             path += static_cast<char>(high * 16 + low);
             i += 2;
