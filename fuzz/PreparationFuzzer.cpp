@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -56,8 +57,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!toolbox::writeSoundMovie(*plan.sound, publish::kPodcastTimeScale, prepared)) std::abort();
     try {
         const auto again = publish::planRecording(prepared, {});
-        if (again.treatment != publish::RecordingTreatment::asGiven || !again.notes.empty()) std::abort();
-    } catch (const publish::RecordingRefused&) {
+        if (again.treatment != publish::RecordingTreatment::asGiven || !again.notes.empty()) {
+            const auto reason = again.movie ? publish::reasonToRewrite(prepared, *again.movie) : std::nullopt;
+            std::fprintf(stderr, "the rewritten recording is not in shape: %s\n",
+                         reason                ? reason->c_str()
+                         : again.notes.empty() ? "its sound is encoded"
+                                               : again.notes[0].c_str());
+            std::abort();
+        }
+    } catch (const publish::RecordingRefused& refusal) {
+        std::fprintf(stderr, "the rewritten recording is refused: %s\n", refusal.what());
         std::abort();
     }
     return 0;

@@ -15,9 +15,6 @@ namespace {
 using toolbox::Movie;
 using toolbox::Track;
 
-// Offsets and sizes in the podcast's atoms are signed 32-bit numbers.
-constexpr std::uintmax_t kLargestRecording = (std::uintmax_t{1} << 31) - 1;
-
 void reportEncoding(double fraction)
 {
     reportProgress(ProgressUnit::fraction, static_cast<std::int64_t>(fraction * 1000), 1000);

@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <limits>
 
 #include "foundation/FourCC.h"
 #include "publish/RecordingShape.h"
@@ -63,27 +64,37 @@ const Track& chooseSoundTrack(const Movie& movie, const RecordingOptions& option
     return *chosen;
 }
 
-// Samples the file does not hold: a recording cut short, or tables that
-// point past its end.
+// What the reader found wrong with the sound track: a recording cut short,
+// samples past the end of the file, tables that disagree with each other.
 void checkSamples(const Track& sound, const std::string& name)
 {
-    const auto& samples = sound.media->samples();
-    if (samples.empty()) {
-        throw RecordingRefused(fmt::format("The recording {} is damaged: its sound track has no samples; copy it "
-                                           "again from the recorder",
-                                           name));
+    const auto problems = sound.media->problems();
+    if (problems.empty()) return;
+    throw RecordingRefused(fmt::format("The recording {} is damaged: {}; copy it again from the recorder, or "
+                                       "export it again from the program that made it",
+                                       name, fmt::join(problems, "; ")));
+}
+
+// The sound copied into the prepared recording must fit its 32-bit sizes
+// and times (the movie's in 1/600 s, the media's in its own time scale).
+void checkSoundFits(const Track& sound, const Movie& movie, const std::string& name)
+{
+    std::uintmax_t bytes = 0;
+    for (const auto& sample : sound.media->samples()) bytes += sample.size;
+    if (bytes > kLargestRecording) {
+        throw RecordingRefused(fmt::format("The recording {} holds {:.1f} MB of sound; an enhanced podcast stays "
+                                           "under 2 GiB: publish the lecture in parts",
+                                           name, static_cast<double>(bytes) / 1e6));
     }
-    std::error_code error;
-    const auto length = std::filesystem::file_size(sound.media->dataFile, error);
-    if (error) return;
-    const auto past = std::count_if(samples.begin(), samples.end(), [length](const toolbox::Sample& sample) {
-        return !sample.held && sample.offset + sample.size > length;
-    });
-    if (past > 0) {
-        throw RecordingRefused(fmt::format("The recording {} is damaged: {} of its {} sound samples lie past the end "
-                                           "of the file, as when a copy or a recording is cut short; copy it again "
-                                           "from the recorder",
-                                           name, past, samples.size()));
+    constexpr double kLargestTime = std::numeric_limits<std::uint32_t>::max();
+    const double seconds = static_cast<double>(sound.duration()) / static_cast<double>(movie.timeScale());
+    const double mediaTime = static_cast<double>(sound.media->duration());
+    if (seconds * kPodcastTimeScale > kLargestTime || mediaTime > kLargestTime) {
+        const double longest = std::min(kLargestTime / kPodcastTimeScale, kLargestTime / sound.media->timeScale);
+        throw RecordingRefused(fmt::format("The recording {} lasts {:.1f} hours; an enhanced podcast's times count "
+                                           "{:.1f} hours at most at its sound's time scale: publish the lecture in "
+                                           "parts",
+                                           name, seconds / 3600, longest / 3600));
     }
 }
 
@@ -117,6 +128,7 @@ RecordingPlan planRecording(const std::filesystem::path& recording, const Record
         plan.treatment = RecordingTreatment::encoded;
         plan.notes.push_back(fmt::format("the sound of {} is encoded to AAC", file));
     } else {
+        checkSoundFits(*plan.sound, movie, name);
         plan.treatment =
             reasonToRewrite(recording, movie) ? RecordingTreatment::rewritten : RecordingTreatment::asGiven;
     }

@@ -24,6 +24,9 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// Offsets and sizes in the podcast's atoms are signed 32-bit numbers.
+inline constexpr std::uintmax_t kLargestRecording = (std::uintmax_t{1} << 31) - 1;
+
 struct RecordingOptions {
     std::optional<std::uint32_t> audioTrack;  // the sound track's ID; none: the first enabled one
     std::optional<std::int64_t> bitrate;      // bits per second of encoded sound
