@@ -317,13 +317,15 @@ TEST(ChapterizedMovie, FailuresGiveTheirCodesAndTexts)
         std::int64_t code;
         std::string description;
         Value otherSlides = Value();
+        bool causeNamed = false;  // the failure reason says what went wrong
     };
     const Value links = Value::dictionary(
         {{"supportForURL", true}, {"textTrackFontSize", -20}, {"AppleLanguages", Value::array({"en"})}});
     const Value plain = Value::dictionary({{"AppleLanguages", Value::array({"en"})}});
     const Value goodTags = Value::dictionary({{"author", "Ada"}});
     const std::vector<Case> cases = {
-        {"not a movie", slide, plain, goodTags, "a.mov", std::nullopt, -101, "Could not create the new movie file."},
+        {"not a movie", slide, plain, goodTags, "a.mov", std::nullopt, -101, "Could not create the new movie file.",
+         Value(), true},
         {"stale error", recording, plain, goodTags, "b.mov", ErrorRecord{"earlier", 7}, -101,
          "Could not create the new movie file."},
         {"no sound", silentMovie(folder.path()), plain, goodTags, "c.mov", std::nullopt, -103,
@@ -336,7 +338,7 @@ TEST(ChapterizedMovie, FailuresGiveTheirCodesAndTexts)
          "Could not set the metadata"},
         {"no slide picture loads", recording, plain, goodTags, "g.mov", std::nullopt, -103,
          "Could not add chapters to the destination movie.",
-         Value::array({Value::dictionary({{"timeValue", 0}, {"imagePath", recording.string()}})})},
+         Value::array({Value::dictionary({{"timeValue", 0}, {"imagePath", recording.string()}})}), true},
     };
     SilentUserInterface ui;
     for (const auto& c : cases) {
@@ -350,9 +352,8 @@ TEST(ChapterizedMovie, FailuresGiveTheirCodesAndTexts)
         EXPECT_EQ(plugin.saveError()->domain, "org.quillora.QuickTimePlugin.exportErr") << c.name;
         EXPECT_EQ(plugin.saveError()->code, c.code) << c.name;
         EXPECT_EQ(plugin.saveError()->localizedDescription(), c.description) << c.name;
-        // Pictures that cannot be loaded are named as the cause.
-        EXPECT_EQ(plugin.saveError()->userInfo.stringForKey(kLocalizedFailureReasonKey).has_value(),
-                  !c.otherSlides.isNull())
+        // Pictures that cannot be loaded, or a recording that cannot be read, are named as the cause.
+        EXPECT_EQ(plugin.saveError()->userInfo.stringForKey(kLocalizedFailureReasonKey).has_value(), c.causeNamed)
             << c.name;
     }
     // Only a failure past the write leaves the movie behind.

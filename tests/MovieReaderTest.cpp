@@ -68,6 +68,7 @@ for kind, width in ((b'stco', 'I'), (b'co64', 'Q')):
 out = bytearray(build(top))
 if mode == 'mdat0': out[build.mdat - 8:build.mdat - 4] = bytes(4)
 if mode == 'truncate': out = out[:len(out) * 2 // 3]
+if mode == 'cut-index': out = out[:-8]
 open(dst, 'wb').write(out)
 )";
 
@@ -114,6 +115,7 @@ struct Recording {
     const char* making;   // ffmpeg options besides a 5 s sine in AAC
     const char* rewrite;  // how the file is then rewritten, or ""
     const char* damage;   // a word of the problem reported, or "" for a sound recording
+    int inspected = 0;    // inspect's exit status on a sound recording: 2 names a harmless flaw
 };
 
 TEST(MovieReader, ReadsEverySoundSampleWhereFfprobeFindsItAndReportsDamage)
@@ -137,6 +139,7 @@ TEST(MovieReader, ReadsEverySoundSampleWhereFfprobeFindsItAndReportsDamage)
         {"quicktime-meta.mov", kTagged, "qtmeta", ""},
         {"cut-short.m4a", "-movflags +faststart", "truncate", "past the end"},
         {"cut-in-fragments.m4a", kFragments, "truncate", "cut short"},
+        {"index-cut-short.m4a", kFragments, "cut-index", "", 2},
         {"tables-disagree.m4a", "", "stts", "time table"},
         {"huge-timescale.m4a", "", "timescale=0x90000000", "time scale"},
         {"zero-timescale.m4a", "", "timescale=0", "time scale"},
@@ -190,7 +193,7 @@ TEST(MovieReader, ReadsEverySoundSampleWhereFfprobeFindsItAndReportsDamage)
         EXPECT_EQ(samples, ffprobePackets(path));
         const double seconds = static_cast<double>(sound->duration()) / movie->timeScale();
         EXPECT_NEAR(seconds, ffprobeSeconds(path), 1024.0 / 44100);
-        EXPECT_EQ(inspected.status, 0) << inspected.output;
+        EXPECT_EQ(inspected.status, recording.inspected) << inspected.output;
         ASSERT_EQ(exported.status, 0) << exported.output;
         // The packets of the recording as ffmpeg made it, before any rewriting.
         if (!madePackets.count(base)) madePackets[base] = test::audioPacketHashes(base);

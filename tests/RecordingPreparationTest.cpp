@@ -47,6 +47,13 @@ std::vector<std::string> soundPackets(const std::filesystem::path& file)
     return hashes;
 }
 
+// When the first sound stream starts to play (after a leading empty edit).
+double soundStart(const std::filesystem::path& file)
+{
+    const auto streams = probe(file, "-select_streams a:0 -show_entries stream=start_time")["streams"];
+    return streams.empty() ? -1 : std::stod(streams[0].value("start_time", "-1"));
+}
+
 double soundSeconds(const std::filesystem::path& file)
 {
     const auto format = probe(file, "-show_format");
@@ -119,6 +126,7 @@ TEST_P(PreparedRecordings, PublishWithChaptersAtTheSlidesTimesAndTheSoundWhole)
     EXPECT_EQ(decoded.output, "") << "ffmpeg found errors decoding the sound";
     if (recording.aac) {
         EXPECT_EQ(soundPackets(output), soundPackets(input)) << "the sound was not copied as it was";
+        EXPECT_NEAR(soundStart(output), soundStart(input), 0.010) << "the sound starts at another time";
     }
 }
 
@@ -128,9 +136,10 @@ INSTANTIATE_TEST_SUITE_P(
                                      Recording{"screen.mp4", true}, Recording{"republished.m4a", true},
                                      Recording{"two-sounds.m4a", true}, Recording{"fragmented.mp4", true},
                                      Recording{"co64.m4a", true}, Recording{"large-size.m4a", true},
-                                     Recording{"open-ended.m4a", true}, Recording{"lecture.mp3", false},
-                                     Recording{"lecture.wav", false}, Recording{"lecture.opus", false},
-                                     Recording{"lecture.flac", false}),
+                                     Recording{"open-ended.m4a", true}, Recording{"delayed.m4a", true},
+                                     Recording{"voice.3gp", false}, Recording{"pcm.mov", false},
+                                     Recording{"lecture.mp3", false}, Recording{"lecture.wav", false},
+                                     Recording{"lecture.opus", false}, Recording{"lecture.flac", false}),
                      testing::Values(".m4b", ".mov")),
     [](const testing::TestParamInfo<PreparedRecordings::ParamType>& param) {
         std::string name = std::string(std::get<0>(param.param).file) + std::get<1>(param.param);
@@ -154,6 +163,34 @@ TEST(PreparedRecordings, RecordingsThatCannotBePreparedAreRefusedWithTheirCause)
         EXPECT_NE(result.output.find(c.word), std::string::npos) << c.file << "\n" << result.output;
         EXPECT_EQ(result.output.find("slide"), std::string::npos) << "a slide was blamed:\n" << result.output;
         EXPECT_FALSE(std::filesystem::exists(output));
+    }
+}
+
+// The MD5 of the first sound stream decoded: the same for the same sound
+// however its samples are gathered into chunks.
+std::string decodedSound(const std::filesystem::path& file)
+{
+    return runCommand("ffmpeg -nostdin -v error -i " + shellQuote(file.string()) + " -map 0:a:0 -f md5 -").output;
+}
+
+// The device export copies the sound of a movie as it is, whatever its
+// coding: the same sound, nothing added, starting when the recording's does.
+TEST(PreparedRecordings, DeviceExportKeepsTheSoundOfEveryCoding)
+{
+    for (const char* file : {"voice.3gp", "pcm.mov", "delayed.m4a"}) {
+        SCOPED_TRACE(file);
+        const auto input = recordings() / file;
+        test::TemporaryFolder folder;
+        const auto output = folder.path() / "device.m4v";
+        const auto result =
+            runQuillora("export-device " + shellQuote(input.string()) + " " + shellQuote(output.string()));
+        ASSERT_EQ(result.status, 0) << result.output;
+        EXPECT_EQ(decodedSound(output), decodedSound(input));
+        EXPECT_EQ(test::ffmpegDecodeErrors(output), "");
+        EXPECT_NEAR(soundStart(output), soundStart(input), 0.010);
+        EXPECT_NEAR(soundSeconds(output), soundSeconds(input), 0.1);
+        // Tables as compact as the recorder's: PCM keeps one sample size, not one for every frame.
+        EXPECT_LT(std::filesystem::file_size(output), std::filesystem::file_size(input) + 16384);
     }
 }
 

@@ -11,7 +11,10 @@
 #include "QTDataEditor.h"
 #include "foundation/FourCC.h"
 #include "foundation/Log.h"
+#include "toolbox/Components.h"
 #include "toolbox/Movie.h"
+#include "toolbox/MovieExporter.h"
+#include "toolbox/Toolbox.h"
 
 namespace quillora::app {
 
@@ -25,6 +28,25 @@ std::filesystem::path checkOutput(const std::filesystem::path& movie, const std:
         throw InputError(fmt::format("The output {} does not end in .m4v", output.string()));
     }
     return checkOutputPlace(output, {movie});
+}
+
+// Why the toolbox's export failed, for the statuses it can end with here,
+// and what to do; the plug-in's interface keeps only the status's low byte.
+std::string deviceExportFailure(int status, const std::filesystem::path& movie, const std::filesystem::path& output)
+{
+    const auto is = [status](toolbox::OSErr code) { return static_cast<std::int8_t>(code & 0xFF) == status; };
+    if (is(toolbox::ioErr)) {
+        return fmt::format("the movie could not be written in {}, or the sound of {} could not be read; check that "
+                           "the disk has room and that the movie is whole",
+                           output.parent_path().string(), movie.string());
+    }
+    if (is(toolbox::badComponentType)) return "the device exporter is missing from this build of quillora";
+    if (is(toolbox::invalidMedia) || is(toolbox::invalidTrack) || is(toolbox::invalidDuration)) {
+        return fmt::format("the sound track of {} has no time scale or duration to export; export the recording "
+                           "again from the program that made it",
+                           movie.string());
+    }
+    return fmt::format("the toolbox ended with status low byte {}; the lines above say where", status);
 }
 
 }  // namespace
@@ -81,8 +103,8 @@ int runExportDeviceCommand(const std::filesystem::path& moviePath, const std::fi
         }
         err << "quillora: cannot rename onto " << destination.string() << ": " << error.message() << "\n";
     } else {
-        err << fmt::format("quillora: the device export failed (status low byte {}); {} is left as it was\n", status,
-                           destination.string());
+        err << fmt::format("quillora: the device export failed: {}. {} is left as it was\n",
+                           deviceExportFailure(status, moviePath, destination), destination.string());
     }
     std::filesystem::remove(staged, error);
     return kExitFailed;

@@ -405,9 +405,12 @@ bool QuickTimePlugin::copyCompletedWorkingFileToDestination()
 bool QuickTimePlugin::exportAsChapterizedQuicktimeFileToPath(const std::string& path)
 {
     using namespace toolbox;
-    auto fail = [this](std::int64_t code, const char* description) {
+    // The cause, when one is known, goes with the error as its reason, so
+    // that no code stands alone.
+    auto fail = [this](std::int64_t code, const char* description, const std::string& cause = {}) {
         ErrorRecord error{quilloraExportErrDomain, code, Value::dictionary()};
         if (description) error.userInfo.asDictionary()->set(kLocalizedDescriptionKey, description);
+        if (!cause.empty()) error.userInfo.asDictionary()->set(kLocalizedFailureReasonKey, cause);
         saveError_ = error;
         return false;
     };
@@ -430,7 +433,8 @@ bool QuickTimePlugin::exportAsChapterizedQuicktimeFileToPath(const std::string& 
     if (saveError_ || status != 0 || !movie) {
         editor.reset();
         closeStorage();
-        return fail(-101, "Could not create the new movie file.");
+        return fail(-101, "Could not create the new movie file.",
+                    openError.empty() ? std::string() : "the recording cannot be read: " + openError);
     }
 
     const Value& slides = slideTransitions();
@@ -511,7 +515,7 @@ bool QuickTimePlugin::exportAsChapterizedQuicktimeFileToPath(const std::string& 
     if (saveError_) {
         // The earlier error's code and text are deliberately not shown.
         QUICKTIME_LOG("Export Error: Code: {}, Description: {}", 0, "(null)");
-        return fail(-50, nullptr);
+        return fail(-50, nullptr, "the written movie cannot be read back: " + openError);
     }
     QUICKTIME_LOG("Export was successfull");
     return true;

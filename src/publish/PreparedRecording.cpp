@@ -2,12 +2,8 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <limits>
-
 #include "audio/AacEncoding.h"
 #include "audio/AudioError.h"
-#include "foundation/FourCC.h"
 #include "foundation/Progress.h"
 #include "publish/RecordingShape.h"
 #include "toolbox/SoundMovie.h"
@@ -18,80 +14,6 @@ namespace {
 
 using toolbox::Movie;
 using toolbox::Track;
-
-// Offsets and sizes in the podcast's atoms are signed 32-bit numbers.
-constexpr std::uintmax_t kLargestRecording = (std::uintmax_t{1} << 31) - 1;
-
-std::string trackKind(const Track& track, const Movie& movie)
-{
-    switch (track.mediaType()) {
-    case fourCC("soun"):
-        return "sound";
-    case fourCC("vide"):
-        return "video";
-    case fourCC("text"):
-    case fourCC("sbtl"):
-        for (const auto& other : movie.tracks()) {
-            for (const auto& [type, ids] : other->references) {
-                if (type == fourCC("chap") && std::find(ids.begin(), ids.end(), track.trackID) != ids.end()) {
-                    return "chapter";
-                }
-            }
-        }
-        return "text";
-    default:
-        return "other";
-    }
-}
-
-const Track& chooseSoundTrack(const Movie& movie, const RecordingOptions& options, const std::string& name)
-{
-    std::vector<const Track*> sounds;
-    for (const auto& track : movie.tracks()) {
-        if (track->mediaType() == fourCC("soun") && track->media) sounds.push_back(track.get());
-    }
-    if (sounds.empty()) {
-        throw RecordingRefused(fmt::format("The recording {} has no sound track: give the file the recorder made "
-                                           "with the lecture's sound",
-                                           name));
-    }
-    if (options.audioTrack) {
-        for (const Track* sound : sounds) {
-            if (sound->trackID == *options.audioTrack) return *sound;
-        }
-        std::vector<std::uint32_t> ids;
-        for (const Track* sound : sounds) ids.push_back(sound->trackID);
-        throw RecordingRefused(fmt::format("The recording {} has no sound track with ID {}; its sound tracks have "
-                                           "the IDs {} (quillora inspect lists them)",
-                                           name, *options.audioTrack, fmt::join(ids, ", ")));
-    }
-    const auto enabled = std::find_if(sounds.begin(), sounds.end(), [](const Track* track) { return track->enabled; });
-    return **(enabled != sounds.end() ? enabled : sounds.begin());
-}
-
-// Samples the file does not hold: a recording cut short, or tables that
-// point past its end.
-void checkSamples(const Track& sound, const std::string& name)
-{
-    const auto& samples = sound.media->samples();
-    if (samples.empty()) {
-        throw RecordingRefused(fmt::format("The recording {} is damaged: its sound track has no samples; copy it "
-                                           "again from the recorder",
-                                           name));
-    }
-    std::error_code error;
-    const auto length = std::filesystem::file_size(sound.media->dataFile, error);
-    if (error) return;
-    const auto past = std::count_if(samples.begin(), samples.end(), [length](const toolbox::Sample& sample) {
-        return !sample.held && sample.offset + sample.size > length;
-    });
-    if (past > 0) {
-        throw RecordingRefused(fmt::format("The recording {} is damaged: {} of its {} sound samples lie past the end "
-                                           "of the file, as when a copy or a recording is cut short; copy it again "
-                                           "from the recorder",
-                                           name, past, samples.size()));
-    }
-}
 
 void reportEncoding(double fraction)
 {
@@ -141,37 +63,22 @@ PreparedRecording prepareRecording(const std::filesystem::path& recording, const
                                    const RecordingOptions& options)
 {
     const std::string name = recording.string();
-    if (!std::filesystem::is_regular_file(recording)) {
-        throw RecordingRefused(fmt::format("The recording {} does not exist", name));
-    }
+    auto plan = planRecording(recording, options);
     PreparedRecording prepared;
-    std::string error;
-    auto movie = Movie::movieWithFile(recording, &error);
-    if (!movie) {
-        // Not a movie: sound of another kind (MP3, WAV, FLAC, Ogg...).
-        prepared.path = encodeSound(recording, std::nullopt, scratchFolder, options);
-        prepared.notes.push_back(fmt::format("the sound of {} is encoded to AAC", recording.filename().string()));
-    } else {
-        const Track& sound = chooseSoundTrack(*movie, options, name);
-        for (const auto& track : movie->tracks()) {
-            if (track.get() == &sound) continue;
-            prepared.notes.push_back(fmt::format("the {} track of {} is not published", trackKind(*track, *movie),
-                                                 recording.filename().string()));
-        }
-        checkSamples(sound, name);
-        if (options.loudness || !isCopiedSound(*sound.media)) {
-            const auto index = std::find_if(movie->tracks().begin(), movie->tracks().end(),
-                                            [&](const auto& track) { return track.get() == &sound; }) -
-                               movie->tracks().begin();
-            prepared.path = encodeSound(recording, static_cast<int>(index), scratchFolder, options);
-            prepared.notes.push_back(fmt::format("the sound of {} is encoded to AAC", recording.filename().string()));
-        } else if (!reasonToRewrite(recording, *movie)) {
-            prepared.path = recording;
-            prepared.asGiven = true;
-        } else {
-            prepared.path = rewrite(sound, scratchFolder);
-        }
+    prepared.notes = std::move(plan.notes);
+    switch (plan.treatment) {
+    case RecordingTreatment::asGiven:
+        prepared.path = recording;
+        prepared.asGiven = true;
+        break;
+    case RecordingTreatment::rewritten:
+        prepared.path = rewrite(*plan.sound, scratchFolder);
+        break;
+    case RecordingTreatment::encoded:
+        prepared.path = encodeSound(recording, plan.streamIndex, scratchFolder, options);
+        break;
     }
+    auto movie = std::move(plan.movie);
     if (!prepared.asGiven) {
         // The encoder's file may already be in shape; otherwise its sound is rewritten once more.
         auto made = openMovie(prepared.path);

@@ -8,25 +8,12 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "publish/RecordingPlan.h"
+
 namespace quillora::publish {
-
-// A recording that cannot be prepared; the message gives the cause and the
-// way out.
-class RecordingRefused : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
-struct RecordingOptions {
-    std::optional<std::uint32_t> audioTrack;  // the sound track's ID; none: the first enabled one
-    std::optional<std::int64_t> bitrate;      // bits per second of encoded sound
-    std::optional<double> loudness;           // integrated loudness to encode at (LUFS)
-};
 
 struct PreparedRecording {
     std::filesystem::path path;  // what the plug-in is handed

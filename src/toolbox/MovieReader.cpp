@@ -257,6 +257,19 @@ std::unique_ptr<Track> readTrack(FileHandle& file, const AtomTree& tree, const A
     return track;
 }
 
+// Whether the top-level atom the walk stopped at, cut short by the end of
+// the file, holds samples. A fragmented file's random-access index and
+// padding do not: losing their end loses none of the sound.
+bool cutShortAtomHoldsSamples(FileHandle& file, const AtomTree& tree)
+{
+    const auto top = tree.topLevel();
+    file.seekToFileOffset(top.empty() ? 0 : top.back().offset + top.back().size);
+    const Bytes header = file.readDataOfLength(8);
+    if (header.size() < 8) return true;
+    const std::uint32_t type = readU32BE(header.data() + 4);
+    return type != fourCC("mfra") && type != atom::free && type != fourCC("skip");
+}
+
 }  // namespace
 
 class MovieReader {
@@ -265,6 +278,7 @@ public:
                      const std::optional<std::string>& movieProblem)
     {
         const bool fragmented = hasFragments(tree);
+        const bool samplesCutShort = tree.cutShort && cutShortAtomHoldsSamples(file, tree);
         for (const auto& trak : tree.childrenOf(moov)) {
             if (trak.type != atom::trak) continue;
             movie.tracks_.push_back(readTrack(file, tree, trak, movie.timeScale_, fragmented));
@@ -273,7 +287,7 @@ public:
             if (!media) continue;
             if (movieProblem) media->addProblem(*movieProblem);
             // The walk stopped at the atom cut short: its problem is the last one.
-            if (tree.cutShort) media->addProblem(tree.problems.back());
+            if (samplesCutShort) media->addProblem(tree.problems.back());
         }
         movie.metaData_ = readMetaDataItems(file, tree);
         if (auto mode = tree.find({atom::moov, atom::udta, fourCC("apmd")})) {

@@ -243,11 +243,24 @@ private:
         const Bytes stsd = atoms_.stsd(media.sampleDescriptions);
         const Bytes stts = atoms_.stts(times);
         const Bytes stsc = atoms_.stsc(chunks);
-        const Bytes stsz = atoms_.stsz(sizes);
+        const Bytes stsz = sampleSizes(media, sizes);
         const Bytes stco = atoms_.stco(chunkOffsets);
         const Bytes stbl = atoms_.container(atom::stbl, {stsd, stts, stsc, stsz, stco});
         const Bytes minf = atoms_.container(atom::minf, {mediaHeader, dataHandler, dinf, stbl});
         return atoms_.container(atom::mdia, {header, handler, minf});
+    }
+
+    // Sound whose samples are all of one size (PCM, AMR of one mode) keeps
+    // that one size rather than a table of it, as its recorders write it:
+    // a table of every PCM frame's size would outweigh the sound.
+    Bytes sampleSizes(const Media& media, const std::vector<std::uint32_t>& sizes)
+    {
+        const bool oneSize = media.type == fourCC("soun") && !sizes.empty() &&
+                             std::all_of(sizes.begin(), sizes.end(), [&](auto size) { return size == sizes.front(); });
+        if (!oneSize) return atoms_.stsz(sizes);
+        ByteWriter w(12);
+        w.putU32BE(0).putU32BE(sizes.front()).putU32BE(narrow(static_cast<std::int64_t>(sizes.size())));
+        return atoms_.atom(atom::stsz, w.bytes());
     }
 
     // Runs of samples that lie one after another are copied as one range.
