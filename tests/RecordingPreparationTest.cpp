@@ -115,8 +115,14 @@ TEST_P(PreparedRecordings, PublishWithChaptersAtTheSlidesTimesAndTheSoundWhole)
     for (std::size_t i = 0; i < chapters.size(); ++i) {
         EXPECT_NEAR(std::stod(chapters[i].value("start_time", "-1")), kSlideTimes[i] / 600.0, 0.010) << i;
     }
-    // The chapter samples last until the end of the recording.
-    const double length = soundSeconds(input);
+    // The chapter samples last until the end of the recording. A .mov leaves
+    // a silent start out, as its writer is designed to, and says so.
+    const double silentStart = soundStart(input);
+    const bool leftOut = std::string_view(format) == ".mov" && silentStart > 0.010;
+    if (leftOut) {
+        EXPECT_NE(result.output.find("of silence that a .mov leaves out"), std::string::npos) << result.output;
+    }
+    const double length = soundSeconds(input) - (leftOut ? silentStart : 0);
     EXPECT_NEAR(std::stod(chapters.back().value("end_time", "0")), length, 0.1);
     EXPECT_NEAR(soundSeconds(output), length, 0.1);
 
@@ -126,7 +132,9 @@ TEST_P(PreparedRecordings, PublishWithChaptersAtTheSlidesTimesAndTheSoundWhole)
     EXPECT_EQ(decoded.output, "") << "ffmpeg found errors decoding the sound";
     if (recording.aac) {
         EXPECT_EQ(soundPackets(output), soundPackets(input)) << "the sound was not copied as it was";
-        EXPECT_NEAR(soundStart(output), soundStart(input), 0.010) << "the sound starts at another time";
+        if (!leftOut) {
+            EXPECT_NEAR(soundStart(output), silentStart, 0.010) << "the sound starts at another time";
+        }
     }
 }
 

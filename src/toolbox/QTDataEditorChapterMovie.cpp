@@ -64,9 +64,7 @@ std::int16_t QTDataEditor::copyAudioTrackFrom(Movie& recording)
     Track* track = NewMovieTrack(*sourceMovie_, 0, 0, GetTrackVolume(sound));
     Media* media = NewTrackMedia(track, kSound, recording.timeScale(), nullptr, 0);
     BeginMediaEdits(media);
-    // From the recording's start, a silent start (a leading empty edit)
-    // included: the sound plays when it does in the recording.
-    InsertTrackSegment(sound, 0, GetTrackDuration(sound), track, 0);
+    InsertTrackSegment(sound, GetTrackOffset(sound), GetTrackDuration(sound), track, 0);
     EndMediaEdits(media);
     return CopyTrackSettings(sound, track);
 }
