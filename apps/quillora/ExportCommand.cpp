@@ -9,6 +9,7 @@
 #include <cstring>
 #include <optional>
 #include <ostream>
+#include <set>
 #include <string>
 
 #include "CompanionExport.h"
@@ -27,6 +28,7 @@
 #include "foundation/RunLoop.h"
 #include "host/ErrorStrings.h"
 #include "publish/ModernOutput.h"
+#include "publish/PicturelessChapters.h"
 #include "publish/RecordingShape.h"
 
 namespace quillora::app {
@@ -139,6 +141,7 @@ struct CheckedExport {
     double recordingSeconds = 0;  // of the prepared recording
     std::optional<std::filesystem::path> cover;
     std::vector<std::string> warnings;
+    Value picturelessChapters;  // records without pictures, whose tracks the host adds
 };
 
 std::filesystem::path checkDestination(const std::filesystem::path& output, const CheckedExport& checked)
@@ -185,28 +188,49 @@ void checkExport(const ExportOptions& options, CheckedExport& checked, std::ostr
         checked.inputs.push_back(*checked.cover);
     }
     const std::filesystem::path pictures = std::filesystem::path(checked.context.tempProcessingFolderPath) / "pictures";
-    std::optional<double> listFrame;
-    auto readList = [&](const std::filesystem::path& file, const char* folder, const TransitionRules& rules) {
-        Transitions list = readTransitions(file, pictures / folder, recording.duration, rules);
-        listFrame = list.largestFrame;
+    auto useList = [&](const std::filesystem::path& file, Transitions list) {
         checked.warnings.insert(checked.warnings.end(), list.warnings.begin(), list.warnings.end());
         checked.inputs.push_back(file);
+        std::set<std::filesystem::path> counted;  // a deck's pages are one file
         for (const auto& picture : list.pictures) {
             checked.inputs.push_back(picture);
-            checked.inputBytes += std::filesystem::file_size(picture);
+            if (counted.insert(picture).second) checked.inputBytes += std::filesystem::file_size(picture);
         }
-        return list.records;
+        return list;
     };
     const bool movie = checked.format == ".mov";
-    std::optional<double> slidesFrame;  // screen shots are drawn in the slides' frame
+    const SlideChoice slides{options.slides, options.slidesFor};
+    if (options.slides && !options.transitions && !options.chapters) {
+        throw InputError("--slides needs --chapters or --transitions: slide N goes with chapter N");
+    }
+    const TransitionRules slideRules{true, true, movie, std::nullopt};
+    std::optional<Transitions> slideList;
     if (options.transitions) {
-        checked.context.slideTransitions = readList(*options.transitions, "slides", {true, true, movie, std::nullopt});
-        slidesFrame = listFrame;
+        slideList = useList(*options.transitions, readTransitions(*options.transitions, pictures / "slides",
+                                                                  recording.duration, slideRules, slides));
+    } else if (options.chapters) {
+        slideList = useList(*options.chapters, readChapters(*options.chapters, pictures / "slides", recording.duration,
+                                                            slideRules, slides));
+    }
+    std::optional<double> slidesFrame;  // screen shots are drawn in the slides' frame
+    if (slideList && slideList->pictured) {
+        checked.context.slideTransitions = slideList->records;
+        slidesFrame = slideList->largestFrame;
+    } else if (slideList) {
+        // The plug-in gives up on slides without pictures; the host adds their tracks afterwards.
+        if (movie) throw InputError("A .mov is made of its slide pictures: give --slides, or export a .m4b");
+        if (options.pipeline == "tools") throw InputError("--pipeline tools needs slide pictures: give --slides");
+        checked.picturelessChapters = slideList->records;
     }
     // Screen shots' times are never put in a track; their texts only by the tools.
     if (options.screenshots) {
-        checked.context.screenshotTransitions =
-            readList(*options.screenshots, "screenshots", {false, options.pipeline == "tools", movie, slidesFrame});
+        Transitions list = useList(*options.screenshots,
+                                   readTransitions(*options.screenshots, pictures / "screenshots", recording.duration,
+                                                   {false, options.pipeline == "tools", movie, slidesFrame}));
+        if (!list.pictured) {
+            throw InputError(fmt::format("{}: a screen shot needs its \"imagePath\"", options.screenshots->string()));
+        }
+        checked.context.screenshotTransitions = list.records;
     }
     for (const auto& file : {options.tags, options.defaults, options.templateFile}) {
         if (file) checked.inputs.push_back(*file);
@@ -283,9 +307,10 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
             completedPath = notification.userInfo.stringForKey("resultFilePath");
         });
 
-    const auto modern = options.pipeline == "in-place"
-                            ? publish::prepareModernOutput(context, checked.params, options.modern)
-                            : publish::ModernOutput{};
+    auto modern = options.pipeline == "in-place" ? publish::prepareModernOutput(context, checked.params, options.modern)
+                                                 : publish::ModernOutput{};
+    // The repairs time the links and list the chapters from the slides the host adds itself.
+    if (modern.repairs && checked.picturelessChapters.isArray()) modern.repairs->slides = checked.picturelessChapters;
     for (const auto& note : modern.notes) err << "quillora: " << note << "\n";
     auto plugin = pluginClass->create(context);
     out << "Exporting " << options.recording.string() << " as " << checked.format << "\n";
@@ -332,12 +357,17 @@ int runExportCommand(const ExportOptions& options, std::istream& in, std::ostrea
     }
     std::vector<std::filesystem::path> companions;
     try {
+        if (checked.picturelessChapters.isArray()) {
+            publish::addChaptersWithoutPictures(result->staged(), checked.picturelessChapters,
+                                                context.tempFileRecordingPath, context.tempProcessingFolderPath);
+        }
         // Before the cover goes into the item list that the repairs rewrite.
         if (modern.repairs) publish::applyModernRepairs(result->staged(), *modern.repairs);
         publish::CompanionRequest request{{}, options.baseUrl, options.bitrate};
         for (const auto& name : options.also) request.companions.insert(*publish::companionNamed(name));
         companions = addCoverAndCompanions(
-            {result->staged(), result->destination(), checked.format, context.slideTransitions,
+            {result->staged(), result->destination(), checked.format,
+             checked.picturelessChapters.isArray() ? checked.picturelessChapters : context.slideTransitions,
              checked.params.get("tags") ? *checked.params.get("tags") : Value(), options.recording,
              context.tempFileRecordingPath, checked.recordingSeconds, checked.cover, context.tempProcessingFolderPath},
             request);

@@ -14,6 +14,9 @@ namespace quillora::app {
 struct ExportOptions {
     std::filesystem::path recording;
     std::optional<std::filesystem::path> transitions;
+    std::optional<std::filesystem::path> chapters;  // marks in any chapter format, instead of transitions
+    std::optional<std::filesystem::path> slides;    // a PDF or a folder of pictures for the transitions or chapters
+    std::optional<std::string> slidesFor;           // which slide each of them takes: "1-3,5,7-"
     std::optional<std::filesystem::path> screenshots;
     std::optional<std::filesystem::path> tags;
     std::optional<std::filesystem::path> defaults;

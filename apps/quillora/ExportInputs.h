@@ -25,21 +25,42 @@ public:
 // file") when it is missing or cannot be read.
 Value readInputFile(const std::filesystem::path& path, std::string_view what);
 
-// An array of transition records (JSON or property list), each checked as
-// InputChecks says: times that increase within the recording, texts a
-// sample can hold, a picture at "imagePath" (relative paths are taken from
-// the file's folder) that the image library can read. The pictures are then
-// copied into pictureFolder, so the user's own files are never rewritten,
-// and each record's "imagePath" names its copy; a turned photo's copy is
-// upright, a picture far larger than the frame is reduced.
+// The lecturer's slides apart from the records: a deck (a PDF or a folder
+// of pictures) whose slide N goes with record N, or with the records that
+// slidesFor ("1-3,5,7-") lists.
+struct SlideChoice {
+    std::optional<std::filesystem::path> deck;
+    std::optional<std::string> slidesFor;
+};
+
+// Transition records, each checked as InputChecks says: times that increase
+// within the recording, texts a sample can hold, a picture at "imagePath"
+// (relative paths are taken from the file's folder; "deck.pdf#page=3" names
+// a page) that the image library can read. PDF pages are drawn into
+// pictureFolder, and the other pictures copied there, so the user's own
+// files are never rewritten; each record's "imagePath" names its copy (a
+// turned photo's copy is upright, a picture far larger than the frame is
+// reduced).
+// Records none of which has a picture make a lecture without pictures.
 struct Transitions {
     Value records;
     std::vector<std::filesystem::path> pictures;  // the user's own files, in record order
     std::vector<std::string> warnings;            // what the export will do otherwise than asked
     std::optional<double> largestFrame;           // the most the resizer's frame can be, from these pictures
+    bool pictured = true;                         // false: no record has a picture
 };
+
+// From a JSON array or property list of transition records.
 Transitions readTransitions(const std::filesystem::path& path, const std::filesystem::path& pictureFolder,
-                            std::uint64_t recordingDuration, const TransitionRules& rules);
+                            std::uint64_t recordingDuration, const TransitionRules& rules,
+                            const SlideChoice& slides = {});
+
+// From a chapter file of any format readChapterMarks knows. Marks that fall
+// on the same 1/600 s are refused, naming both; a mark without a picture
+// among marks with pictures shows the picture before it (the first picture,
+// before the first).
+Transitions readChapters(const std::filesystem::path& path, const std::filesystem::path& pictureFolder,
+                         std::uint64_t recordingDuration, const TransitionRules& rules, const SlideChoice& slides = {});
 
 // A dictionary of tag names to text.
 Value readTags(const std::filesystem::path& path);

@@ -222,7 +222,8 @@ RecordingFacts checkRecording(const std::filesystem::path& path, bool enhancedPo
     return facts;
 }
 
-std::optional<std::int64_t> checkTransition(const Dictionary& record, const std::filesystem::path& picture,
+std::optional<std::int64_t> checkTransition(const Dictionary& record,
+                                            const std::optional<std::filesystem::path>& picture,
                                             const std::string& where, std::optional<std::int64_t> previousTime,
                                             std::uint64_t recordingDuration, const TransitionRules& rules,
                                             std::vector<std::string>& warnings)
@@ -230,8 +231,9 @@ std::optional<std::int64_t> checkTransition(const Dictionary& record, const std:
     std::optional<std::int64_t> time;
     if (rules.checkTimes) time = checkTime(record, where, previousTime, recordingDuration, warnings);
     if (rules.checkTexts) checkTexts(record, where, rules.movie, warnings);
-    if (auto problem = pictureProblem(picture)) {
-        throw InputError(fmt::format("{}: the picture {} cannot be read: {}", where, picture.string(), *problem));
+    if (!picture) return time;
+    if (auto problem = pictureProblem(*picture)) {
+        throw InputError(fmt::format("{}: the picture {} cannot be read: {}", where, picture->string(), *problem));
     }
     return time;
 }

@@ -36,12 +36,14 @@ struct TransitionRules {
     std::optional<double> largestFrame;
 };
 
-// One transition record, the picture it names resolved to a file. where names
+// One transition record, the picture it names resolved to a file (none for
+// a lecture without pictures). where names
 // the file and the slide for the message; previousTime is the time of the
 // record before it in the same list. Returns the time as the plug-in reads
 // it (a fraction is dropped), when the rules check it; what the export will
 // do differently from what the record asks is added to warnings.
-std::optional<std::int64_t> checkTransition(const Dictionary& record, const std::filesystem::path& picture,
+std::optional<std::int64_t> checkTransition(const Dictionary& record,
+                                            const std::optional<std::filesystem::path>& picture,
                                             const std::string& where, std::optional<std::int64_t> previousTime,
                                             std::uint64_t recordingDuration, const TransitionRules& rules,
                                             std::vector<std::string>& warnings);

@@ -58,8 +58,26 @@ int main(int argc, char** argv)
         ->add_option("--recording", exportOptions.recording,
                      "The recording: an MPEG-4 or QuickTime file with sound, or MP3, WAV, AIFF, FLAC, Ogg...")
         ->required();
-    exportCommand->add_option("--transitions", exportOptions.transitions,
-                              "Slide transitions: a JSON array or property list of transition records");
+    auto* transitionsOption = exportCommand->add_option(
+        "--transitions", exportOptions.transitions,
+        "Slide transitions: a JSON array or property list of transition records (\"imagePath\" may name a PDF "
+        "page: deck.pdf#page=3)");
+    exportCommand
+        ->add_option("--chapters", exportOptions.chapters,
+                     "Chapter marks instead of --transitions: Audacity labels, a timestamp list (\"5:20 Title\"), "
+                     "WebVTT, Podcasting 2.0 JSON chapters (with \"img\" and \"url\"), an FFmpeg metadata file or an "
+                     "MPEG-4 file with chapters; told from the content")
+        ->excludes(transitionsOption);
+    auto* slidesOption = exportCommand->add_option(
+        "--slides", exportOptions.slides,
+        "The slides: a PDF (page N is slide N) or a folder of pictures (in natural name order: slide2 before "
+        "slide10); slide N goes with chapter N. Without slides, chapters are published without pictures");
+    exportCommand
+        ->add_option("--slides-for", exportOptions.slidesFor,
+                     "The slide of each chapter in turn, when the counts differ: numbers and ranges, \"1-3,5,7-\" "
+                     "(chapters 1-3 take slides 1-3, chapter 4 slide 5, the rest slides 7 to the last); a slide "
+                     "may be named again")
+        ->needs(slidesOption);
     exportCommand->add_option("--screenshots", exportOptions.screenshots, "Screen-shot transitions, as --transitions");
     exportCommand->add_option("--tags", exportOptions.tags, "Tags: a JSON object or property list of text values");
     exportCommand->add_option("--defaults", exportOptions.defaults,

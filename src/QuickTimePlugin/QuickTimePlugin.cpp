@@ -9,6 +9,7 @@
 #include "QTDataEditor.h"
 #include "QuickTimePlugin/ErrorCreation.h"
 #include "QuickTimePlugin/ImageResizer.h"
+#include "QuickTimePlugin/TextTrackAttributes.h"
 #include "foundation/FileHandle.h"
 #include "foundation/Log.h"
 #include "foundation/Progress.h"
@@ -80,23 +81,6 @@ ErrorRecord workingCopyError(const char* reason, const std::string& workingPath,
                                       Value::dictionary({{std::string(kErrorFilePathKey), workingPath}}));
     error.userInfo.asDictionary()->set(kLocalizedFailureReasonKey, cause.what());
     return error;
-}
-
-// The text-track attributes from the preferences.
-Value textTrackAttributes(const UserDefaults& defaults)
-{
-    auto objectOrNull = [&](std::string_view key) {
-        const Value* value = defaults.objectForKey(key);
-        return value ? *value : Value();
-    };
-    auto dataOrNull = [&](std::string_view key) {
-        auto data = defaults.dataForKey(key);
-        return data ? Value(*data) : Value();
-    };
-    return Value::dictionary({{"textTrackFontFace", objectOrNull("textTrackFontFace")},
-                              {"textTrackFontSize", objectOrNull("textTrackFontSize")},
-                              {"textTrackFontColorData", dataOrNull("textTrackFontColor")},
-                              {"textTrackBackgroundColorData", dataOrNull("textTrackBackgroundColor")}});
 }
 
 }  // namespace

@@ -81,7 +81,8 @@ std::vector<std::filesystem::path> writeCompanions(const PublishedLecture& lectu
         beginProgressStage("Writing the chapters file");
         writeChaptersJson(lecture, folder / chaptersFileName, folder / (name + "-slides"), request.baseUrl);
         made.push_back(folder / chaptersFileName);
-        made.push_back(folder / (name + "-slides"));
+        // Made only for a lecture with pictures.
+        if (std::filesystem::is_directory(folder / (name + "-slides"))) made.push_back(folder / (name + "-slides"));
     }
     if (wants(Companion::webVtt)) {
         writeWebVtt(lecture, folder / (name + ".chapters.vtt"));
