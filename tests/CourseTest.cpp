@@ -136,7 +136,8 @@ void expectFeedMatchesSite(const fs::path& manifest, const fs::path& site, std::
 std::map<std::string, std::string> guidsByUrl(const fs::path& feed)
 {
     std::map<std::string, std::string> guids;
-    for (const auto& entry : readFeed(feed)["feedparser"]) guids[entry["url"]] = entry["guid"];
+    const auto read = readFeed(feed);
+    for (const auto& entry : read["feedparser"]) guids[entry["url"]] = entry["guid"];
     return guids;
 }
 
