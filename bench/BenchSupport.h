@@ -6,9 +6,11 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -70,6 +72,18 @@ inline Run run(const std::vector<std::string>& command)
 inline void writeText(const std::filesystem::path& path, const std::string& text)
 {
     std::ofstream(path) << text;
+}
+
+// The fastest of several runs, with the highest peak memory among them.
+inline Run fastest(int runs, const std::function<Run()>& once)
+{
+    Run best = once();
+    for (int i = 1; i < runs; ++i) {
+        const Run next = once();
+        if (next.seconds < best.seconds) best = next;
+        best.peakKiB = std::max(best.peakKiB, next.peakKiB);
+    }
+    return best;
 }
 
 }  // namespace quillora::bench

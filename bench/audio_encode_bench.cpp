@@ -23,6 +23,7 @@
 #include "foundation/Log.h"
 
 namespace fs = std::filesystem;
+using quillora::bench::fastest;
 using quillora::bench::Run;
 using quillora::bench::run;
 
@@ -61,17 +62,6 @@ void makeLecture(const fs::path& path, int minutes)
     command.insert(command.end(), {"-filter_complex", mix, "-ac", "1", "-c:a", "libmp3lame", "-b:a", "64k"});
     command.push_back(path.string());
     run(command);
-}
-
-Run fastest(int runs, const std::function<Run()>& once)
-{
-    Run best = once();
-    for (int i = 1; i < runs; ++i) {
-        const Run next = once();
-        if (next.seconds < best.seconds) best = next;
-        best.peakKiB = std::max(best.peakKiB, next.peakKiB);
-    }
-    return best;
 }
 
 void report(const char* what, const Run& ours, const Run& ffmpeg)

@@ -30,6 +30,7 @@
 #include "publish/PreparedRecording.h"
 
 namespace fs = std::filesystem;
+using quillora::bench::fastest;
 using quillora::bench::Run;
 using quillora::bench::run;
 using quillora::bench::writeText;
@@ -94,17 +95,6 @@ void makeLongAac(const fs::path& folder, const fs::path& hour, const fs::path& p
     for (int i = 0; i < hours; ++i) list += "file '" + hour.string() + "'\n";
     writeText(folder / "hours.txt", list);
     run(ffmpeg({"-f", "concat", "-safe", "0", "-i", (folder / "hours.txt").string(), "-c", "copy", path.string()}));
-}
-
-Run fastest(int runs, const std::function<Run()>& once)
-{
-    Run best = once();
-    for (int i = 1; i < runs; ++i) {
-        const Run next = once();
-        if (next.seconds < best.seconds) best = next;
-        best.peakKiB = std::max(best.peakKiB, next.peakKiB);
-    }
-    return best;
 }
 
 void report(const char* what, const Run& ours, const char* theirsName, const Run& theirs, double target)

@@ -17,6 +17,7 @@
 #include "foundation/UserDefaults.h"
 #include "foundation/WriteFailures.h"
 #include "images/ImageLibrary.h"
+#include "images/Resolution.h"
 #include "support/InOrderWork.h"
 
 namespace quillora {
@@ -37,8 +38,6 @@ constexpr std::string_view kWriteImageMethod = "-[ImageResizer(QRPrivate) writeI
 
 // The platform's resolution when a file states none, and of every canvas:
 // one pixel per point.
-constexpr double kPointsPerInch = 72.0;
-constexpr double kMillimetresPerInch = 25.4;
 
 float compressionFactorForQuality(std::int64_t quality)
 {

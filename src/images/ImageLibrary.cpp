@@ -4,6 +4,7 @@
 #include <vips/vips8>
 
 #include "foundation/Log.h"
+#include "images/Resolution.h"
 #include "images/TiffRGBA.h"
 
 namespace quillora {
@@ -12,9 +13,6 @@ using vips::VError;
 using vips::VImage;
 
 namespace {
-
-constexpr double kPointsPerInch = 72.0;
-constexpr double kMillimetresPerInch = 25.4;
 
 // libvips reports an unstated resolution as its default of 1 pixel/mm (or 0
 // from ImageMagick), and a stated one with a "resolution-unit", except for

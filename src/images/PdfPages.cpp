@@ -7,6 +7,7 @@
 #include <vips/vips8>
 
 #include "images/ImageLibrary.h"
+#include "images/Resolution.h"
 #include "support/InOrderWork.h"
 
 namespace quillora {
@@ -16,8 +17,6 @@ using vips::VImage;
 
 namespace {
 
-constexpr double kMillimetresPerInch = 25.4;
-constexpr double kPointsPerInch = 72.0;
 // A poster-sized page is drawn no larger than this; slide pages are far smaller.
 constexpr double kLongestSide = 4096;
 // PNG's fastest compression: the picture is read once more, by the resizer.

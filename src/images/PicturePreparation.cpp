@@ -7,15 +7,13 @@
 #include "foundation/FileHandle.h"
 #include "foundation/Log.h"
 #include "images/PictureFormat.h"
+#include "images/Resolution.h"
 
 namespace quillora {
 
 using vips::VImage;
 
 namespace {
-
-constexpr double kPointsPerInch = 72.0;
-constexpr double kMillimetresPerInch = 25.4;
 
 // A picture is reduced when both its sides are more than four frames of
 // pixels long: at least sixteen times the pixels it can be drawn with. It

@@ -8,13 +8,14 @@
 #include <vector>
 #include <vips/vips8>
 
+#include "images/Resolution.h"
+
 namespace quillora {
 
 namespace {
 
 // A slide is a few megapixels; this bounds what a damaged header can ask for.
 constexpr std::uint64_t kLargestPicture = 64ull * 1024 * 1024;
-constexpr double kMillimetresPerInch = 25.4;
 constexpr double kMillimetresPerCentimetre = 10;
 
 // The caller reports a picture that cannot be read; libtiff's own messages
