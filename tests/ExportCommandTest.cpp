@@ -12,15 +12,12 @@
 namespace quillora {
 namespace {
 
+using test::writeText;
+
 using test::runCommand;
 using test::runQuillora;
 using test::shellQuote;
 using test::TemporaryFolder;
-
-void writeText(const std::filesystem::path& path, const std::string& text)
-{
-    test::writeFile(path, Bytes(text.begin(), text.end()));
-}
 
 // A recording beside its pictures and transitions, as a host leaves them.
 struct LectureFolder {

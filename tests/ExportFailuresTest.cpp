@@ -18,17 +18,14 @@
 namespace quillora {
 namespace {
 
+using test::writeText;
+
 using test::runCommand;
 using test::shellQuote;
 using test::TemporaryFolder;
 
 const std::string kQuillora = shellQuote(std::string(QUILLORA_BINARY_DIR) + "/quillora");
 const std::string kLastWeek = "the lecture published last week";
-
-void writeText(const std::filesystem::path& path, const std::string& text)
-{
-    std::ofstream(path) << text;
-}
 
 std::string readText(const std::filesystem::path& path)
 {

@@ -14,15 +14,12 @@
 namespace quillora {
 namespace {
 
+using test::writeText;
+
 using test::runCommand;
 using test::runQuillora;
 using test::shellQuote;
 using test::TemporaryFolder;
-
-void writeText(const std::filesystem::path& path, const std::string& text)
-{
-    test::writeFile(path, Bytes(text.begin(), text.end()));
-}
 
 std::filesystem::path sampleFile(const std::string& name)
 {

@@ -18,14 +18,11 @@
 namespace quillora {
 namespace {
 
+using test::writeText;
+
 using test::runCommand;
 using test::runQuillora;
 using test::shellQuote;
-
-void writeText(const std::filesystem::path& path, const std::string& text)
-{
-    test::writeFile(path, Bytes(text.begin(), text.end()));
-}
 
 // Five minutes of recording; slides of 120, 130 and 50 s, the first two with
 // links, and a screen shot 22.3 s in. Tags beyond ASCII.

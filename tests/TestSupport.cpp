@@ -57,6 +57,11 @@ void writeFile(const std::filesystem::path& path, const Bytes& bytes)
     if (!out) throw std::runtime_error("cannot write " + path.string());
 }
 
+void writeText(const std::filesystem::path& path, const std::string& text)
+{
+    writeFile(path, Bytes(text.begin(), text.end()));
+}
+
 std::string shellQuote(const std::string& text)
 {
     std::string quoted = "'";

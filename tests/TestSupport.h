@@ -30,6 +30,7 @@ std::filesystem::path copyFixture(const std::string& name, const TemporaryFolder
 
 Bytes readFile(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, const Bytes& bytes);
+void writeText(const std::filesystem::path& path, const std::string& text);
 
 struct CommandResult {
     int status = -1;
