@@ -130,3 +130,49 @@ TEST(FileHandle, CopiesAndMovesReportTheBytesMovedUpToTheWhole)
     EXPECT_EQ(test::readFile(copy), Bytes(data.begin() + 28, data.end()));
     setProgressSink(previous);
 }
+
+// A range of another file lands where writeData would put it: copied by the
+// kernel into a file with nothing pending, and through the edits otherwise
+// (on either side); a range past the source's end is an error.
+TEST(FileHandle, CopiesARangeOfAnotherFileAsWritingItsBytesWould)
+{
+    test::TemporaryFolder folder;
+    const auto sourcePath = folder.path() / "source", targetPath = folder.path() / "target";
+    std::mt19937 random(7);
+    Bytes source(300000);
+    for (auto& b : source) b = static_cast<std::uint8_t>(random());
+    test::writeFile(sourcePath, source);
+    const Bytes range(source.begin() + 1000, source.begin() + 251000);
+
+    for (bool pendingHere : {false, true}) {
+        SCOPED_TRACE(pendingHere ? "edits pending in the target" : "nothing pending");
+        test::writeFile(targetPath, Bytes{1, 2, 3, 4});
+        FileHandle target(targetPath, FileHandle::Mode::Updating);
+        target.setMoveBufferSize(65536);  // several blocks
+        FileHandle from(sourcePath, FileHandle::Mode::Reading);
+        Bytes expected{1, 2, 3, 4};
+        if (pendingHere) {
+            target.insertBytes(0, Bytes{9});
+            expected.insert(expected.begin(), 9);
+        }
+        target.seekToFileOffset(2 + (pendingHere ? 1 : 0));
+        target.writeDataFromFile(from, 1000, std::ssize(range));
+        expected.resize(2 + (pendingHere ? 1 : 0));
+        expected.insert(expected.end(), range.begin(), range.end());
+        EXPECT_EQ(target.offsetInFile(), std::ssize(expected));
+        target.closeFile();
+        EXPECT_EQ(test::readFile(targetPath), expected);
+    }
+
+    // The source's pending edits are what is copied.
+    FileHandle edited(sourcePath, FileHandle::Mode::Updating);
+    edited.insertBytes(0, Bytes{5, 6});
+    FileHandle target(targetPath, FileHandle::Mode::Creating);
+    target.writeDataFromFile(edited, 0, 4);
+    target.closeFile();
+    EXPECT_EQ(test::readFile(targetPath), (Bytes{5, 6, source[0], source[1]}));
+
+    FileHandle from(sourcePath, FileHandle::Mode::Reading);
+    FileHandle short_(targetPath, FileHandle::Mode::Creating);
+    EXPECT_THROW(short_.writeDataFromFile(from, std::ssize(source) - 10, 20), FileError);
+}

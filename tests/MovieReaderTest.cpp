@@ -125,6 +125,8 @@ TEST(MovieReader, ReadsEverySoundSampleWhereFfprobeFindsItAndReportsDamage)
     const Recording recordings[] = {
         {"timescale-1000.m4a", "", "", ""},
         {"timescale-44100.m4a", "-movie_timescale 44100", "", ""},
+        // More sizes than the reader takes from the file at once.
+        {"long.m4a", "-af apad=whole_dur=400", "", ""},
         {"fragmented.m4a", "-movflags frag_keyframe+empty_moov", "", ""},
         {"fragment-per-packet.m4a", "-movflags frag_every_frame+empty_moov+default_base_moof", "", ""},
         {"table-then-fragments.m4a", kFragments, "", ""},
@@ -188,9 +190,14 @@ TEST(MovieReader, ReadsEverySoundSampleWhereFfprobeFindsItAndReportsDamage)
             continue;
         }
         EXPECT_TRUE(problems.empty()) << problems.front();
-        std::vector<Packet> samples;
-        for (const auto& sample : sound->media->samples()) samples.push_back({sample.offset, sample.size});
-        EXPECT_EQ(samples, ffprobePackets(path));
+        // Gone through from the file, then held.
+        std::vector<Packet> streamed, held;
+        sound->media->forEachSample([&](const toolbox::Sample& sample) {
+            streamed.push_back({sample.offset, sample.size});
+        });
+        for (const auto& sample : sound->media->samples()) held.push_back({sample.offset, sample.size});
+        EXPECT_EQ(streamed, ffprobePackets(path));
+        EXPECT_EQ(held, streamed);
         const double seconds = static_cast<double>(sound->duration()) / movie->timeScale();
         EXPECT_NEAR(seconds, ffprobeSeconds(path), 1024.0 / 44100);
         EXPECT_EQ(inspected.status, recording.inspected) << inspected.output;

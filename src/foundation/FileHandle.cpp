@@ -214,12 +214,41 @@ void FileHandle::writeLimitedPendingEdits()
 // Moves length bytes within the file, or copies them from another; within
 // the file the blocks go in the order that never overwrites bytes still to
 // be read.
+// From another file the kernel copies (copy_file_range), without the bytes
+// passing through memory; where it cannot (file systems that do not take it
+// across them, an older kernel) the buffer carries them.
+bool FileHandle::copyInKernel(int from, std::int64_t fromOffset, std::int64_t to, std::size_t length)
+{
+    while (length > 0) {
+        loff_t in = fromOffset;
+        loff_t out = to;
+        const ssize_t n = ::copy_file_range(from, &in, fd_, &out, length, 0);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            if (errno == EXDEV || errno == ENOSYS || errno == EOPNOTSUPP || errno == EINVAL) return false;
+            failWriting("copy into");
+        }
+        if (n == 0) throw FileError(EIO, "short read while copying into " + path_.string());
+        fromOffset += n;
+        to += n;
+        length -= static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
 void FileHandle::copyRange(int from, std::int64_t fromOffset, std::int64_t to, std::int64_t length,
                            std::vector<std::uint8_t>& buffer)
 {
     const auto blockSize = static_cast<std::int64_t>(buffer.size());
+    bool inKernel = from != fd_;
     for (std::int64_t done = 0; done < length;) {
         const std::int64_t block = std::min(blockSize, length - done);
+        if (inKernel && copyInKernel(from, fromOffset + done, to + done, static_cast<std::size_t>(block))) {
+            done += block;
+            reportProgress(ProgressUnit::bytes, done, length);
+            continue;
+        }
+        inKernel = false;
         const std::int64_t start = from != fd_ || to < fromOffset ? done : length - done - block;
         readFully(from, fromOffset + start, buffer.data(), static_cast<std::size_t>(block));
         writeFully(fd_, to + start, buffer.data(), static_cast<std::size_t>(block));
@@ -333,6 +362,28 @@ void FileHandle::removeBytes(std::int64_t offset, std::int64_t count)
     if (offset < 0 || count < 0) throw FileError(EINVAL, "remove of a negative range in " + path_.string());
     if (count > 0 || offset > length()) pendingEdits().replace(offset, count, {});
     position_ = length();
+}
+
+void FileHandle::writeDataFromFile(FileHandle& source, std::int64_t offset, std::int64_t length)
+{
+    requireOpen();
+    source.requireOpen();
+    if (offset < 0 || length < 0) throw FileError(EINVAL, "copy a negative range of " + source.path_.string());
+    if (edits_ || source.edits_ || mode_ == Mode::Reading) {
+        // Through the pending edits, which every read and write here must see.
+        for (std::int64_t done = 0; done < length;) {
+            const auto block = static_cast<std::size_t>(std::min<std::int64_t>(moveBufferSize_, length - done));
+            source.seekToFileOffset(offset + done);
+            const Bytes bytes = source.readDataOfLength(block);
+            if (bytes.size() != block) throw FileError(EIO, "short read in " + source.path_.string());
+            writeData(bytes);
+            done += static_cast<std::int64_t>(block);
+        }
+        return;
+    }
+    std::vector<std::uint8_t> buffer(static_cast<std::size_t>(std::clamp<std::int64_t>(length, 1, moveBufferSize_)));
+    copyRange(source.fd_, offset, position_, length, buffer);
+    position_ += length;
 }
 
 void FileHandle::copyFile(const std::filesystem::path& from, const std::filesystem::path& to, std::size_t bufferSize)

@@ -9,9 +9,9 @@
 // handle is closed or writePendingEdits() is called. So an editor that
 // inserts a hundred times moves the media data once, and memory holds only
 // the bytes it inserted. Writes while nothing is pending go straight to the
-// file, so a file written from start to end streams. Copying a file streams
-// through the same fixed buffer. Both report the bytes moved so far to the
-// progress sink, once a buffer.
+// file, so a file written from start to end streams. Copying from another
+// file is left to the kernel where it can, a buffer's length at a time. Both
+// report the bytes moved so far to the progress sink, once a buffer.
 #pragma once
 
 #include <cstdint>
@@ -65,6 +65,10 @@ public:
     Bytes readDataOfLength(std::size_t length);  // fewer bytes at the end of the file
     Bytes readDataToEndOfFile();
     void writeData(std::span<const std::uint8_t> data);
+    // Writes length bytes of source, from offset, at the position, as
+    // writeData would; between files without pending edits the kernel copies
+    // them, a buffer at a time.
+    void writeDataFromFile(FileHandle& source, std::int64_t offset, std::int64_t length);
     void truncateFileAtOffset(std::int64_t offset);  // leaves the position at offset
     // Makes what has reached the file durable. Pending edits are not written
     // by it: they reach the file once, on closing.
@@ -101,6 +105,7 @@ private:
     void closeSideFile();
     PendingEdits& pendingEdits();
     void writeLimitedPendingEdits();
+    bool copyInKernel(int from, std::int64_t fromOffset, std::int64_t to, std::size_t length);
     void copyRange(int from, std::int64_t fromOffset, std::int64_t to, std::int64_t length,
                    std::vector<std::uint8_t>& buffer);
     void requireOpen() const;

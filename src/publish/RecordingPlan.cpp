@@ -80,7 +80,7 @@ void checkSamples(const Track& sound, const std::string& name)
 void checkSoundFits(const Track& sound, const Movie& movie, const std::string& name)
 {
     std::uintmax_t bytes = 0;
-    for (const auto& sample : sound.media->samples()) bytes += sample.size;
+    sound.media->forEachSample([&bytes](const toolbox::Sample& sample) { bytes += sample.size; });
     if (bytes > kLargestRecording) {
         throw RecordingRefused(fmt::format("The recording {} holds {:.1f} MB of sound; an enhanced podcast stays "
                                            "under 2 GiB: publish the lecture in parts",

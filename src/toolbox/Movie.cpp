@@ -20,16 +20,49 @@ std::vector<Sample>& Media::samples()
 const std::vector<Sample>& Media::samples() const
 {
     if (sampleReader_) {
-        *samples_ = sampleReader_(problems_);
+        std::vector<Sample> read;
+        readSamples([&read](const Sample& sample) { read.push_back(sample); });
+        *samples_ = std::move(read);
         sampleReader_ = nullptr;
     }
     return *samples_;
 }
 
+void Media::readSamples(const SampleVisitor& visit) const
+{
+    if (readDuration_) {
+        // Read before: its problems are known.
+        std::vector<std::string> again;
+        return sampleReader_(again, visit);
+    }
+    std::vector<std::string> found;
+    TimeValue total = 0;
+    sampleReader_(found, [&](const Sample& sample) {
+        total += sample.duration;
+        visit(sample);
+    });
+    readDuration_ = total;
+    problems_.insert(problems_.end(), found.begin(), found.end());
+}
+
+void Media::forEachSample(const SampleVisitor& visit) const
+{
+    if (sampleReader_) return readSamples(visit);
+    for (const auto& sample : *samples_) visit(sample);
+}
+
 void Media::shareSamples(const Media& other)
 {
-    other.samples();
-    samples_ = other.samples_;
+    if (other.sampleReader_) {
+        // Read once for its problems and duration, which both then keep.
+        if (!other.readDuration_) other.readSamples([](const Sample&) {});
+        sampleReader_ = other.sampleReader_;
+        readDuration_ = other.readDuration_;
+        headerDuration_ = other.headerDuration_;
+    } else {
+        sampleReader_ = nullptr;
+        samples_ = other.samples_;
+    }
     sampleDescriptions = other.sampleDescriptions;
     dataFile = other.dataFile;
     heldBytes = other.heldBytes;
@@ -39,13 +72,18 @@ void Media::setSampleReader(SampleReader reader, std::optional<TimeValue> header
 {
     sampleReader_ = std::move(reader);
     headerDuration_ = headerDuration;
+    readDuration_.reset();
 }
 
 TimeValue Media::duration() const
 {
-    if (sampleReader_ && headerDuration_) return *headerDuration_;
+    if (sampleReader_) {
+        if (!readDuration_ && headerDuration_) return *headerDuration_;
+        if (!readDuration_) readSamples([](const Sample&) {});
+        return *readDuration_;
+    }
     TimeValue total = 0;
-    for (const auto& sample : samples()) total += sample.duration;
+    for (const auto& sample : *samples_) total += sample.duration;
     return total;
 }
 
@@ -77,22 +115,23 @@ Bytes Media::sampleBytes(const Sample& sample) const
 
 std::vector<std::string> Media::problems() const
 {
-    const auto& all = samples();
-    std::vector<std::string> found = problems_;
-    if (all.empty()) found.push_back("the track has no samples");
     std::error_code error;
     const std::uint64_t length = dataFile.empty() ? 0 : std::filesystem::file_size(dataFile, error);
-    if (error) found.push_back(fmt::format("the file {} cannot be read: {}", dataFile.string(), error.message()));
+    std::size_t count = 0;
     std::size_t outside = 0;
     std::uint64_t firstOutside = 0;
-    for (const auto& sample : all) {
+    forEachSample([&](const Sample& sample) {
+        ++count;
         // Compared without adding, so that an offset near the top cannot wrap around.
-        if (sample.held || (sample.offset <= length && sample.size <= length - sample.offset)) continue;
+        if (sample.held || (sample.offset <= length && sample.size <= length - sample.offset)) return;
         if (outside++ == 0) firstOutside = sample.offset;
-    }
+    });
+    std::vector<std::string> found = problems_;
+    if (count == 0) found.push_back("the track has no samples");
+    if (error) found.push_back(fmt::format("the file {} cannot be read: {}", dataFile.string(), error.message()));
     if (outside != 0 && !error) {
         found.push_back(fmt::format("{} of {} samples lie past the end of the file ({} bytes), the first at offset {}",
-                                    outside, all.size(), length, firstOutside));
+                                    outside, count, length, firstOutside));
     }
     return found;
 }

@@ -74,13 +74,20 @@ struct Media {
     // that opening a recording for its duration stays cheap.
     std::vector<Sample>& samples();
     const std::vector<Sample>& samples() const;
-    // The reader notes what it finds wrong with the samples in problems.
-    // Without a header duration (a fragmented file's media, whose header
-    // does not count the fragments) the duration comes from the samples.
-    using SampleReader = std::function<std::vector<Sample>(std::vector<std::string>& problems)>;
+    // Each sample in turn. Until samples() is asked for, a media read from a
+    // file reads its table again for each call and holds none of it: a long
+    // recording is checked and copied in the same memory as a short one.
+    using SampleVisitor = std::function<void(const Sample&)>;
+    void forEachSample(const SampleVisitor& visit) const;
+    // Hands each sample of the file's table to visit, and notes what it finds
+    // wrong with them in problems. Without a header duration (a fragmented
+    // file's media, whose header does not count the fragments) the duration
+    // comes from the samples.
+    using SampleReader = std::function<void(std::vector<std::string>& problems, const SampleVisitor& visit)>;
     void setSampleReader(SampleReader reader, std::optional<TimeValue> headerDuration);
     // Takes the other media's samples and descriptions without copying them:
-    // the table is shared until one of the two changes it.
+    // the table is shared until one of the two changes it, and a table not
+    // yet read is read by each from the file.
     void shareSamples(const Media& other);
 
     TimeValue duration() const;
@@ -99,9 +106,14 @@ struct Media {
     void addProblem(std::string problem) { problems_.push_back(std::move(problem)); }
 
 private:
+    // One pass of the reader; its problems are kept from the first.
+    void readSamples(const SampleVisitor& visit) const;
+
     mutable std::shared_ptr<std::vector<Sample>> samples_ = std::make_shared<std::vector<Sample>>();
     mutable SampleReader sampleReader_;
     std::optional<TimeValue> headerDuration_;
+    // The samples' own duration, once the reader has gone through them.
+    mutable std::optional<TimeValue> readDuration_;
     mutable std::vector<std::string> problems_;
 };
 
@@ -203,7 +215,11 @@ public:
     // "QTMovieExport" and "QTMovieExportType": 'MooV' (the default) writes a
     // QuickTime movie, 'M4V ' an MPEG-4 file of that brand for handheld
     // players; other types are not written. False when the file cannot be written; nothing is left then.
-    bool writeToFile(const std::filesystem::path& path, const Value& attributes) const;
+    // A file that only this program reads again, in a scratch folder that a
+    // crash leaves useless anyway, need not wait for the disk.
+    enum class Durability { synchronized, scratch };
+    bool writeToFile(const std::filesystem::path& path, const Value& attributes,
+                     Durability durability = Durability::synchronized) const;
     // Writes the movie back over the file it was opened from.
     bool updateMovieFile();
 

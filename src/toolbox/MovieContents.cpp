@@ -187,8 +187,12 @@ MovieContents readMovieContents(const std::filesystem::path& path)
         const auto& track = tracks[i];
         const Media* media = movie->tracks()[i]->media.get();
         // A fragmented file's samples are counted in its fragments too.
-        const auto count = media ? static_cast<std::uint32_t>(media->samples().size())
-                                 : (track.stbl ? sampleCount(file, tree, *track.stbl) : 0);
+        std::uint32_t count = 0;
+        if (media) {
+            media->forEachSample([&count](const Sample&) { ++count; });
+        } else if (track.stbl) {
+            count = sampleCount(file, tree, *track.stbl);
+        }
         contents.tracks.push_back(
             TrackSummary{track.trackID, track.handlerType, count,
                          contents.timeScale == 0 ? 0 : static_cast<double>(track.duration) / contents.timeScale});

@@ -148,16 +148,17 @@ struct SampleSources {
     bool fragmented = false;
 };
 
-// The samples of a track, read when first asked for: the atom tree is read
-// again once, and each table once.
-std::vector<Sample> readSamples(const std::filesystem::path& path, const SampleSources& sources,
-                                std::vector<std::string>& problems)
+// The samples of a track, handed one at a time to visit each time they are
+// gone through: the atom tree is read again, and each table a block at a time.
+void readSamples(const std::filesystem::path& path, const SampleSources& sources, std::vector<std::string>& problems,
+                 const Media::SampleVisitor& visit)
 {
-    std::vector<Sample> samples;
     std::uint64_t tableEnd = 0;
-    auto keep = [&samples, &tableEnd](const SampleLocation& location) {
-        samples.push_back(Sample{location.offset, location.size, location.duration, location.descriptionIndex, false});
+    std::size_t count = 0;
+    auto keep = [&](const SampleLocation& location) {
+        visit(Sample{location.offset, location.size, location.duration, location.descriptionIndex, false});
         tableEnd = location.time + location.duration;
+        ++count;
     };
     try {
         FileHandle file(path, FileHandle::Mode::Reading);
@@ -173,17 +174,14 @@ std::vector<Sample> readSamples(const std::filesystem::path& path, const SampleS
         }
         // A fragmented file's sample table is often empty, and then need not be whole.
         if (stbl != tree.atoms.end() && (declared != 0 || !sources.fragmented)) {
-            // Room for the declared samples, as far as the file could hold them.
-            samples.reserve(std::min<std::uint64_t>(declared, file.length() / 16));
             forEachSampleLocation(file, tree, *stbl, problems, limit, keep);
         }
         if (sources.fragmented) {
-            forEachFragmentSample(file, tree, sources.trackID, tableEnd, problems, limit - samples.size(), keep);
+            forEachFragmentSample(file, tree, sources.trackID, tableEnd, problems, limit - count, keep);
         }
     } catch (const FileError& failure) {
         problems.push_back(fmt::format("the file cannot be read again: {}", failure.code().message()));
     }
-    return samples;
 }
 
 void readMedia(FileHandle& file, const AtomTree& tree, const AtomNode& mdia, SampleSources sources, Media& media)
@@ -215,9 +213,11 @@ void readMedia(FileHandle& file, const AtomTree& tree, const AtomNode& mdia, Sam
     // The header of a fragmented file's media does not count the fragments.
     std::optional<TimeValue> headerDuration;
     if (times && !sources.fragmented) headerDuration = static_cast<TimeValue>(times->duration);
-    media.setSampleReader([path = file.path(), sources](
-                              std::vector<std::string>& problems) { return readSamples(path, sources, problems); },
-                          headerDuration);
+    media.setSampleReader(
+        [path = file.path(), sources](std::vector<std::string>& problems, const Media::SampleVisitor& visit) {
+            readSamples(path, sources, problems, visit);
+        },
+        headerDuration);
 }
 
 std::unique_ptr<Track> readTrack(FileHandle& file, const AtomTree& tree, const AtomNode& trak, TimeScale movieScale,

@@ -1,7 +1,8 @@
 // The one writer of the toolbox: flattens a movie into a self-contained
 // file. The movie atom comes first, so a player can start while the file is
 // still arriving; the media data follows, track by track, referenced
-// samples streamed from their files through a fixed buffer.
+// samples copied from their files by the kernel where it can. A media read
+// from a file is gone through without holding its table.
 #include <algorithm>
 #include <limits>
 #include <system_error>
@@ -10,6 +11,7 @@
 #include "foundation/FileHandle.h"
 #include "foundation/FourCC.h"
 #include "layout/TrackAtoms.h"
+#include "toolbox/AtomPieces.h"
 #include "toolbox/MetaDataAtoms.h"
 #include "toolbox/Movie.h"
 
@@ -17,7 +19,6 @@ namespace quillora::toolbox {
 
 namespace {
 
-constexpr std::size_t kCopyBufferSize = 1 << 20;
 constexpr std::uint32_t kQuickTimeBrandVersion = 0x20050300;
 constexpr std::uint32_t kApertureModeAtom = fourCC("apmd");
 
@@ -64,63 +65,28 @@ std::uint32_t narrow(std::int64_t value)
     return static_cast<std::uint32_t>(value);
 }
 
-// Where an atom's payload lies in a buffer; empty when there is none.
-struct PayloadRange {
-    std::size_t begin = 0;
-    std::size_t end = 0;
-};
-
-// The payload of the first child of the given type among the atoms of range.
-PayloadRange childOfType(const Bytes& bytes, PayloadRange range, std::uint32_t type)
-{
-    for (std::size_t at = range.begin; at + 8 <= range.end;) {
-        const std::uint32_t size = readU32BE(bytes.data() + at);
-        if (size < 8 || at + size > range.end) break;
-        if (readU32BE(bytes.data() + at + 4) == type) return {at + 8, at + size};
-        at += size;
-    }
-    return {};
-}
-
-// Adds base to every chunk offset of a movie atom this writer built.
-void shiftChunkOffsets(Bytes& moov, std::uint32_t base)
-{
-    for (std::size_t at = 8; at + 8 <= moov.size(); at += readU32BE(moov.data() + at)) {
-        if (readU32BE(moov.data() + at + 4) != atom::trak) continue;
-        PayloadRange range{at + 8, at + readU32BE(moov.data() + at)};
-        for (std::uint32_t type : {atom::mdia, atom::minf, atom::stbl, atom::stco}) {
-            range = childOfType(moov, range, type);
-        }
-        // Past the version, flags and entry count.
-        for (std::size_t entry = range.begin + 8; range.end != 0 && entry + 4 <= range.end; entry += 4) {
-            overwriteU32BE(moov, entry, readU32BE(moov.data() + entry) + base);
-        }
-    }
-}
-
 class Flattener {
 public:
     Flattener(const Movie& movie, FileBrand brand) : movie_(movie), brand_(std::move(brand)) {}
 
-    void write(const std::filesystem::path& path)
+    void write(const std::filesystem::path& path, bool synchronize)
     {
         const Bytes type = ftyp();
-        // The chunk offsets are counted from the first sample until the
-        // movie atom's size, which they do not change, is known.
-        Bytes movieAtom = moov();
-        const std::int64_t firstSample = static_cast<std::int64_t>(type.size() + movieAtom.size()) + 8;
-        narrow(firstSample + mediaDataSize_);
-        shiftChunkOffsets(movieAtom, static_cast<std::uint32_t>(firstSample));
+        // The chunk offsets are written once the movie atom's size, which
+        // they do not change, is known.
+        const AtomPieces movieAtom = moov();
+        firstSample_ = static_cast<std::int64_t>(type.size() + movieAtom.size()) + 8;
+        narrow(firstSample_ + mediaDataSize_);
         FileHandle out(path, FileHandle::Mode::Creating);
         out.writeData(type);
-        out.writeData(movieAtom);
+        movieAtom.writeTo(out);
         ByteWriter mdat(8);
         mdat.putU32BE(narrow(8 + mediaDataSize_)).putFourCC(atom::mdat);
         out.writeData(mdat.bytes());
         for (const auto& track : movie_.tracks()) {
             if (track->media) copySamples(*track->media, out);
         }
-        out.synchronizeFile();
+        if (synchronize) out.synchronizeFile();
     }
 
 private:
@@ -144,23 +110,24 @@ private:
         return atoms_.atom(atom::mvhd, w.bytes());
     }
 
-    Bytes moov()
+    AtomPieces moov()
     {
-        ByteWriter payload;
-        payload.putBytes(mvhd());
+        AtomPieces pieces;
+        pieces.add(mvhd());
         std::int64_t offset = 0;
-        for (const auto& track : movie_.tracks()) payload.putBytes(trak(*track, offset));
+        for (const auto& track : movie_.tracks()) pieces.add(trak(*track, offset));
         mediaDataSize_ = offset;
-        payload.putBytes(nativeMetaDataAtom(atoms_, movie_.metaData()));
+        pieces.add(nativeMetaDataAtom(atoms_, movie_.metaData()));
         if (movie_.apertureMode() != kQTApertureMode_Classic) {
             ByteWriter mode(4);
             mode.putFourCC(movie_.apertureMode());
-            payload.putBytes(atoms_.atom(atom::udta, atoms_.atom(kApertureModeAtom, mode.bytes())));
+            pieces.add(atoms_.atom(atom::udta, atoms_.atom(kApertureModeAtom, mode.bytes())));
         }
-        return atoms_.atom(atom::moov, payload.bytes());
+        pieces.wrap(atom::moov);
+        return pieces;
     }
 
-    Bytes trak(const Track& track, std::int64_t& offset)
+    AtomPieces trak(const Track& track, std::int64_t& offset)
     {
         TrackPlacement placement{track.layer,
                                  track.alternateGroup,
@@ -174,10 +141,10 @@ private:
         for (const auto& edit : track.edits) {
             entries.push_back({narrow(edit.trackDuration), static_cast<std::int32_t>(edit.mediaTime), edit.rate});
         }
-        ByteWriter payload;
-        payload.putBytes(tkhd);
-        if (track.apertureDimensions) payload.putBytes(tapt(*track.apertureDimensions));
-        payload.putBytes(atoms_.edts(entries));
+        AtomPieces pieces;
+        pieces.add(tkhd);
+        if (track.apertureDimensions) pieces.add(tapt(*track.apertureDimensions));
+        pieces.add(atoms_.edts(entries));
         if (!track.references.empty()) {
             ByteWriter references;
             for (const auto& [type, ids] : track.references) {
@@ -185,15 +152,16 @@ private:
                 for (auto id : ids) list.putU32BE(id);
                 references.putBytes(atoms_.atom(type, list.bytes()));
             }
-            payload.putBytes(atoms_.atom(atom::tref, references.bytes()));
+            pieces.add(atoms_.atom(atom::tref, references.bytes()));
         }
-        if (track.media) payload.putBytes(mdia(*track.media, offset));
+        if (track.media) pieces.add(mdia(*track.media, offset));
         if (!track.name.empty()) {
             ByteWriter name;
             name.putString(track.name);
-            payload.putBytes(atoms_.atom(atom::udta, atoms_.atom(fourCC("name"), name.bytes())));
+            pieces.add(atoms_.atom(atom::udta, atoms_.atom(fourCC("name"), name.bytes())));
         }
-        return atoms_.atom(atom::trak, payload.bytes());
+        pieces.wrap(atom::trak);
+        return pieces;
     }
 
     // The track's picture sizes per aperture mode: clean, production, encoded.
@@ -210,26 +178,28 @@ private:
         return atoms_.container(fourCC("tapt"), {clean, production, encoded});
     }
 
-    Bytes mdia(const Media& media, std::int64_t& offset)
+    AtomPieces mdia(const Media& media, std::int64_t& offset)
     {
         // The samples of a media lie one after another: a chunk holds each
-        // run of samples of one description, and equal durations are one run.
-        std::vector<std::uint32_t> sizes;
+        // run of samples of one description, and equal durations are one
+        // run. The sizes are not held: they are written from the media.
         std::vector<TimeToSampleRun> times;
         std::vector<SampleToChunkRun> chunks;
-        std::vector<std::uint32_t> chunkOffsets;
-        sizes.reserve(media.samples().size());
-        for (const auto& sample : media.samples()) {
-            sizes.push_back(sample.size);
+        auto chunkOffsets = std::make_shared<std::vector<std::int64_t>>();
+        std::uint64_t count = 0;
+        std::optional<std::uint32_t> oneSize;
+        media.forEachSample([&](const Sample& sample) {
+            if (count++ == 0) oneSize = sample.size;
+            if (oneSize && *oneSize != sample.size) oneSize.reset();
             if (times.empty() || times.back().duration != sample.duration) times.push_back({0, sample.duration});
             ++times.back().count;
             if (chunks.empty() || chunks.back().descriptionIndex != sample.descriptionIndex) {
                 chunks.push_back({static_cast<std::uint32_t>(chunks.size() + 1), 0, sample.descriptionIndex});
-                chunkOffsets.push_back(narrow(offset));
+                chunkOffsets->push_back(offset);
             }
             ++chunks.back().samplesPerChunk;
             offset += sample.size;
-        }
+        });
         narrow(offset);
         const Bytes header = atoms_.mdhd(narrow(media.timeScale), narrow(media.duration()), media.language);
         const Bytes handler =
@@ -238,60 +208,88 @@ private:
         if (media.type == fourCC("soun")) mediaHeader = atoms_.smhd();
         if (media.type == fourCC("vide")) mediaHeader = atoms_.vmhd();
         if (media.type == fourCC("text")) mediaHeader = atoms_.gmhd();
-        const Bytes dataHandler = atoms_.hdlr(aliasDataHandler(0));
-        const Bytes dinf = atoms_.dinf();
-        const Bytes stsd = atoms_.stsd(media.sampleDescriptions);
-        const Bytes stts = atoms_.stts(times);
-        const Bytes stsc = atoms_.stsc(chunks);
-        const Bytes stsz = sampleSizes(media, sizes);
-        const Bytes stco = atoms_.stco(chunkOffsets);
-        const Bytes stbl = atoms_.container(atom::stbl, {stsd, stts, stsc, stsz, stco});
-        const Bytes minf = atoms_.container(atom::minf, {mediaHeader, dataHandler, dinf, stbl});
-        return atoms_.container(atom::mdia, {header, handler, minf});
+
+        AtomPieces stbl;
+        stbl.add(atoms_.stsd(media.sampleDescriptions)).add(atoms_.stts(times)).add(atoms_.stsc(chunks));
+        stbl.add(sampleSizes(media, narrow(static_cast<std::int64_t>(count)), oneSize));
+        // Counted from the first sample, known once the movie atom is laid out.
+        stbl.addWritten(16 + 4 * chunkOffsets->size(), [this, chunkOffsets](FileHandle& out) {
+            ByteWriter w(16 + 4 * chunkOffsets->size());
+            w.putU32BE(narrow(static_cast<std::int64_t>(16 + 4 * chunkOffsets->size()))).putFourCC(atom::stco);
+            w.putU32BE(0).putU32BE(narrow(static_cast<std::int64_t>(chunkOffsets->size())));
+            for (auto chunk : *chunkOffsets) w.putU32BE(narrow(firstSample_ + chunk));
+            out.writeData(w.bytes());
+        });
+        stbl.wrap(atom::stbl);
+        AtomPieces minf;
+        minf.add(mediaHeader).add(atoms_.hdlr(aliasDataHandler(0))).add(atoms_.dinf()).add(std::move(stbl));
+        minf.wrap(atom::minf);
+        AtomPieces pieces;
+        pieces.add(header).add(handler).add(std::move(minf));
+        pieces.wrap(atom::mdia);
+        return pieces;
     }
 
     // Sound whose samples are all of one size (PCM, AMR of one mode) keeps
     // that one size rather than a table of it, as its recorders write it:
     // a table of every PCM frame's size would outweigh the sound.
-    Bytes sampleSizes(const Media& media, const std::vector<std::uint32_t>& sizes)
+    AtomPieces sampleSizes(const Media& media, std::uint32_t count, std::optional<std::uint32_t> oneSize)
     {
-        const bool oneSize = media.type == fourCC("soun") && !sizes.empty() &&
-                             std::all_of(sizes.begin(), sizes.end(), [&](auto size) { return size == sizes.front(); });
-        if (!oneSize) return atoms_.stsz(sizes);
-        ByteWriter w(12);
-        w.putU32BE(0).putU32BE(sizes.front()).putU32BE(narrow(static_cast<std::int64_t>(sizes.size())));
-        return atoms_.atom(atom::stsz, w.bytes());
+        AtomPieces pieces;
+        if (media.type == fourCC("soun") && count > 0 && oneSize) {
+            ByteWriter w(12);
+            w.putU32BE(0).putU32BE(*oneSize).putU32BE(count);
+            pieces.add(atoms_.atom(atom::stsz, w.bytes()));
+            return pieces;
+        }
+        const std::uint64_t size = 20 + 4 * static_cast<std::uint64_t>(count);
+        pieces.addWritten(size, [&media, count, size](FileHandle& out) {
+            NumberStream stream(out);
+            stream.put(static_cast<std::uint32_t>(size));
+            stream.put(atom::stsz);
+            stream.put(0);
+            stream.put(0);
+            stream.put(count);
+            std::uint32_t written = 0;
+            media.forEachSample([&](const Sample& sample) {
+                if (written++ < count) stream.put(sample.size);
+            });
+            // The file changed between the two readings of its table.
+            if (written != count) throw FileError(EIO, "the samples changed while the movie was written");
+            stream.flush();
+        });
+        return pieces;
     }
 
     // Runs of samples that lie one after another are copied as one range.
     void copySamples(const Media& media, FileHandle& out)
     {
         std::optional<FileHandle> source;
-        Bytes buffer;
-        std::size_t i = 0;
-        while (i < media.samples().size()) {
-            const Sample& first = media.samples()[i];
-            std::uint64_t end = first.offset + first.size;
-            std::size_t next = i + 1;
-            while (next < media.samples().size() && media.samples()[next].held == first.held &&
-                   media.samples()[next].offset == end) {
-                end += media.samples()[next++].size;
+        struct Run {
+            bool held = false;
+            std::uint64_t begin = 0;
+            std::uint64_t end = 0;
+        };
+        std::optional<Run> run;
+        auto copy = [&](const Run& range) {
+            if (range.held) {
+                const auto begin = media.heldBytes.begin() + static_cast<std::ptrdiff_t>(range.begin);
+                out.writeData(std::span(begin, begin + static_cast<std::ptrdiff_t>(range.end - range.begin)));
+                return;
             }
-            if (first.held) {
-                const auto begin = media.heldBytes.begin() + static_cast<std::ptrdiff_t>(first.offset);
-                out.writeData(std::span(begin, begin + static_cast<std::ptrdiff_t>(end - first.offset)));
-            } else {
-                if (!source) source.emplace(media.dataFile, FileHandle::Mode::Reading);
-                for (std::uint64_t at = first.offset; at < end; at += kCopyBufferSize) {
-                    source->seekToFileOffset(static_cast<std::int64_t>(at));
-                    buffer = source->readDataOfLength(
-                        static_cast<std::size_t>(std::min<std::uint64_t>(kCopyBufferSize, end - at)));
-                    if (buffer.empty()) throw FileError(EIO, "the samples end early in " + media.dataFile.string());
-                    out.writeData(buffer);
-                }
+            if (!source) source.emplace(media.dataFile, FileHandle::Mode::Reading);
+            out.writeDataFromFile(*source, static_cast<std::int64_t>(range.begin),
+                                  static_cast<std::int64_t>(range.end - range.begin));
+        };
+        media.forEachSample([&](const Sample& sample) {
+            if (run && run->held == sample.held && run->end == sample.offset) {
+                run->end += sample.size;
+                return;
             }
-            i = next;
-        }
+            if (run) copy(*run);
+            run = Run{sample.held, sample.offset, sample.offset + sample.size};
+        });
+        if (run) copy(*run);
     }
 
     const Movie& movie_;
@@ -299,11 +297,12 @@ private:
     QTDataEditor editor_;
     TrackAtoms atoms_{editor_};
     std::int64_t mediaDataSize_ = 0;
+    std::int64_t firstSample_ = 0;
 };
 
 }  // namespace
 
-bool Movie::writeToFile(const std::filesystem::path& path, const Value& attributes) const
+bool Movie::writeToFile(const std::filesystem::path& path, const Value& attributes, Durability durability) const
 {
     const Value* exportType = attributes.get(QTMovieExportType);
     const auto brand = brandForExportType(
@@ -315,7 +314,7 @@ bool Movie::writeToFile(const std::filesystem::path& path, const Value& attribut
     auto partial = path;
     partial += ".partial";
     try {
-        Flattener(*this, *brand).write(partial);
+        Flattener(*this, *brand).write(partial, durability == Durability::synchronized);
         std::filesystem::rename(partial, path);
         return true;
     } catch (const std::exception&) {

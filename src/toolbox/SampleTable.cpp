@@ -28,26 +28,91 @@ std::uint32_t entryCount(ByteReader& reader, std::size_t entrySize)
     return count;
 }
 
-std::vector<std::uint32_t> readSampleSizes(const Bytes& stsz, std::uint32_t maximum, std::uint32_t& declared)
-{
-    ByteReader reader = tableReader(stsz);
-    const std::uint32_t commonSize = reader.getU32BE();
-    if (commonSize != 0) {
-        declared = reader.getU32BE();
-        return std::vector<std::uint32_t>(std::min(declared, maximum), commonSize);
+// The entries of a size or chunk offset table, read from the file a block
+// at a time as they are asked for in order: a long recording's table is
+// never held whole. A table that claims more entries than its atom holds
+// within the file is refused before any is read.
+class TableEntries {
+public:
+    TableEntries(FileHandle& file, const AtomNode& atom, std::int64_t entriesAt, std::uint32_t count,
+                 std::size_t entrySize)
+        : file_(file), entriesOffset_(atom.payloadOffset() + entriesAt), count_(count), entrySize_(entrySize)
+    {
+        const std::int64_t inFile = std::min(atom.payloadSize(), file.length() - atom.payloadOffset()) - entriesAt;
+        if (inFile < 0 || count > static_cast<std::uint64_t>(inFile) / entrySize) {
+            throw std::out_of_range("the table is shorter than its entry count");
+        }
     }
-    declared = entryCount(reader, 4);
-    std::vector<std::uint32_t> sizes(std::min(declared, maximum));
-    for (auto& size : sizes) size = reader.getU32BE();
-    return sizes;
-}
 
-std::vector<std::uint64_t> readChunkOffsets(const Bytes& payload, bool longOffsets)
+    std::uint32_t size() const { return count_; }
+
+    std::uint64_t operator[](std::uint32_t index)
+    {
+        if (index < first_ || index - first_ >= loaded_) load(index);
+        const std::uint8_t* entry = block_.data() + (index - first_) * entrySize_;
+        if (entrySize_ == 4) return readU32BE(entry);
+        return (static_cast<std::uint64_t>(readU32BE(entry)) << 32) | readU32BE(entry + 4);
+    }
+
+private:
+    static constexpr std::uint32_t kBlockEntries = 16384;
+
+    void load(std::uint32_t index)
+    {
+        first_ = index;
+        loaded_ = std::min(kBlockEntries, count_ - index);
+        file_.seekToFileOffset(entriesOffset_ +
+                               static_cast<std::int64_t>(index) * static_cast<std::int64_t>(entrySize_));
+        block_ = file_.readDataOfLength(loaded_ * entrySize_);
+        if (block_.size() != loaded_ * entrySize_) throw std::out_of_range("the table ends early in the file");
+    }
+
+    FileHandle& file_;
+    std::int64_t entriesOffset_;
+    std::uint32_t count_;
+    std::size_t entrySize_;
+    std::uint32_t first_ = 0;
+    std::uint32_t loaded_ = 0;
+    Bytes block_;
+};
+
+// A 'stsz' table: each sample's size, or one size for every sample.
+class SampleSizes {
+public:
+    SampleSizes(FileHandle& file, const AtomNode& stsz, std::uint32_t maximum)
+    {
+        constexpr std::int64_t kHeader = 4 + 4 + 4;  // version and flags, the common size, the count
+        file.seekToFileOffset(stsz.payloadOffset() + 4);
+        const Bytes header = file.readDataOfLength(8);
+        if (stsz.payloadSize() < kHeader || header.size() != 8) throw std::out_of_range("the size table is cut short");
+        commonSize_ = readU32BE(header.data());
+        declared_ = readU32BE(header.data() + 4);
+        if (commonSize_ == 0) table_.emplace(file, stsz, kHeader, declared_, 4);
+        count_ = std::min(declared_, maximum);
+    }
+
+    std::uint32_t declared() const { return declared_; }
+    std::uint32_t size() const { return count_; }
+    std::uint32_t operator[](std::uint32_t index)
+    {
+        return table_ ? static_cast<std::uint32_t>((*table_)[index]) : commonSize_;
+    }
+
+private:
+    std::uint32_t commonSize_ = 0;
+    std::uint32_t declared_ = 0;
+    std::uint32_t count_ = 0;
+    std::optional<TableEntries> table_;
+};
+
+// A 'stco' or 'co64' table.
+TableEntries chunkOffsets(FileHandle& file, const AtomNode& table, bool longOffsets)
 {
-    ByteReader reader = tableReader(payload);
-    std::vector<std::uint64_t> offsets(entryCount(reader, longOffsets ? 8 : 4));
-    for (auto& offset : offsets) offset = longOffsets ? reader.getU64BE() : reader.getU32BE();
-    return offsets;
+    constexpr std::int64_t kHeader = 4 + 4;  // version and flags, the count
+    file.seekToFileOffset(table.payloadOffset() + 4);
+    const Bytes count = file.readDataOfLength(4);
+    if (table.payloadSize() < kHeader || count.size() != 4) throw std::out_of_range("the chunk table is cut short");
+    return TableEntries(file, table, kHeader, readU32BE(count.data()), longOffsets ? 8 : 4);
 }
 
 std::vector<SampleToChunkRun> readSampleToChunkRuns(const Bytes& stsc)
@@ -121,21 +186,20 @@ void forEachSampleLocation(FileHandle& file, const AtomTree& tree, const AtomNod
         problems.push_back(fmt::format("the sample table at offset {} is incomplete", stbl.offset));
         return;
     }
-    std::vector<std::uint32_t> sizes;
-    std::vector<std::uint64_t> chunkOffsets;
+    std::optional<SampleSizes> sizes;
+    std::optional<TableEntries> offsets;
     std::vector<SampleToChunkRun> chunkRuns;
     std::vector<TimeToSampleRun> timeRuns;
-    std::uint32_t declared = 0;
     try {
-        sizes = readSampleSizes(readAtomPayload(file, *stsz), maximum, declared);
-        chunkOffsets = stco ? readChunkOffsets(readAtomPayload(file, *stco), false)
-                            : readChunkOffsets(readAtomPayload(file, *co64), true);
+        sizes.emplace(file, *stsz, maximum);
+        offsets.emplace(stco ? chunkOffsets(file, *stco, false) : chunkOffsets(file, *co64, true));
         chunkRuns = readSampleToChunkRuns(readAtomPayload(file, *stsc));
         timeRuns = readTimeToSampleRuns(readAtomPayload(file, *stts));
     } catch (const std::out_of_range& error) {
         problems.push_back(fmt::format("damaged sample table at offset {}: {}", stbl.offset, error.what()));
         return;
     }
+    const std::uint32_t declared = sizes->declared();
 
     // One pass over the chunks, with a cursor in each run table.
     std::size_t next = 0;
@@ -144,33 +208,40 @@ void forEachSampleLocation(FileHandle& file, const AtomTree& tree, const AtomNod
     std::uint32_t timedInRun = 0;
     std::uint64_t time = 0;
     bool untimed = false;
-    for (std::size_t chunk = 0; chunk < chunkOffsets.size() && next < sizes.size(); ++chunk) {
-        const auto number = static_cast<std::uint32_t>(chunk + 1);
-        while (chunkRun + 1 < chunkRuns.size() && chunkRuns[chunkRun + 1].firstChunk <= number) ++chunkRun;
-        // A chunk before the first run holds no samples.
-        const bool inRun = !chunkRuns.empty() && chunkRuns[chunkRun].firstChunk <= number;
-        const SampleToChunkRun run = inRun ? chunkRuns[chunkRun] : SampleToChunkRun{number, 0, 1};
-        std::uint64_t offset = chunkOffsets[chunk];
-        for (std::uint32_t i = 0; i < run.samplesPerChunk && next < sizes.size(); ++i, ++next) {
-            SampleLocation location{offset, sizes[next], 0, 0, run.descriptionIndex};
-            while (timeRun < timeRuns.size() && timedInRun == timeRuns[timeRun].count) {
-                ++timeRun;
-                timedInRun = 0;
+    try {
+        for (std::size_t chunk = 0; chunk < offsets->size() && next < sizes->size(); ++chunk) {
+            const auto number = static_cast<std::uint32_t>(chunk + 1);
+            while (chunkRun + 1 < chunkRuns.size() && chunkRuns[chunkRun + 1].firstChunk <= number) ++chunkRun;
+            // A chunk before the first run holds no samples.
+            const bool inRun = !chunkRuns.empty() && chunkRuns[chunkRun].firstChunk <= number;
+            const SampleToChunkRun run = inRun ? chunkRuns[chunkRun] : SampleToChunkRun{number, 0, 1};
+            std::uint64_t offset = (*offsets)[static_cast<std::uint32_t>(chunk)];
+            for (std::uint32_t i = 0; i < run.samplesPerChunk && next < sizes->size(); ++i, ++next) {
+                const std::uint32_t size = (*sizes)[static_cast<std::uint32_t>(next)];
+                SampleLocation location{offset, size, 0, 0, run.descriptionIndex};
+                while (timeRun < timeRuns.size() && timedInRun == timeRuns[timeRun].count) {
+                    ++timeRun;
+                    timedInRun = 0;
+                }
+                if (timeRun < timeRuns.size()) {
+                    location.time = time;
+                    location.duration = timeRuns[timeRun].duration;
+                    time += location.duration;
+                    ++timedInRun;
+                } else {
+                    untimed = true;
+                }
+                visit(location);
+                offset += size;
             }
-            if (timeRun < timeRuns.size()) {
-                location.time = time;
-                location.duration = timeRuns[timeRun].duration;
-                time += location.duration;
-                ++timedInRun;
-            } else {
-                untimed = true;
-            }
-            visit(location);
-            offset += sizes[next];
         }
+    } catch (const std::out_of_range& error) {
+        // The file changed while it was read.
+        problems.push_back(fmt::format("damaged sample table at offset {}: {}", stbl.offset, error.what()));
+        return;
     }
-    if (next < sizes.size()) {
-        problems.push_back(fmt::format("the chunk tables place only {} of {} samples", next, sizes.size()));
+    if (next < sizes->size()) {
+        problems.push_back(fmt::format("the chunk tables place only {} of {} samples", next, sizes->size()));
     }
     if (untimed) problems.push_back("the time table covers fewer samples than the size table");
     std::uint64_t timed = 0;
@@ -178,7 +249,7 @@ void forEachSampleLocation(FileHandle& file, const AtomTree& tree, const AtomNod
     if (timed > declared) {
         problems.push_back(fmt::format("the time table covers {} samples, the size table {}", timed, declared));
     }
-    if (samplesInChunks(chunkRuns, chunkOffsets.size(), declared) > declared) {
+    if (samplesInChunks(chunkRuns, offsets->size(), declared) > declared) {
         problems.push_back(fmt::format("the chunk tables hold more than the {} samples of the size table", declared));
     }
 }

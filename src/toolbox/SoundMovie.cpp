@@ -20,7 +20,7 @@ bool writeSoundMovie(const Track& sound, TimeScale movieTimeScale, const std::fi
     const Value attributes = Value::dictionary({{QTMovieFlatten, true},
                                                 {QTMovieExport, true},
                                                 {QTMovieExportType, static_cast<std::int64_t>(kAudioFileType)}});
-    return movie.writeToFile(path, attributes);
+    return movie.writeToFile(path, attributes, Movie::Durability::scratch);
 }
 
 }  // namespace quillora::toolbox
