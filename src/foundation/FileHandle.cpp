@@ -236,19 +236,22 @@ bool FileHandle::copyInKernel(int from, std::int64_t fromOffset, std::int64_t to
     return true;
 }
 
+// A block at a time; the buffer is made (blockSize long) only when the bytes
+// pass through memory.
 void FileHandle::copyRange(int from, std::int64_t fromOffset, std::int64_t to, std::int64_t length,
-                           std::vector<std::uint8_t>& buffer)
+                           std::size_t blockSize, std::vector<std::uint8_t>& buffer)
 {
-    const auto blockSize = static_cast<std::int64_t>(buffer.size());
     bool inKernel = from != fd_;
     for (std::int64_t done = 0; done < length;) {
-        const std::int64_t block = std::min(blockSize, length - done);
+        const std::int64_t block =
+            std::min(static_cast<std::int64_t>(std::max<std::size_t>(blockSize, 1)), length - done);
         if (inKernel && copyInKernel(from, fromOffset + done, to + done, static_cast<std::size_t>(block))) {
             done += block;
             reportProgress(ProgressUnit::bytes, done, length);
             continue;
         }
         inKernel = false;
+        if (buffer.size() < static_cast<std::size_t>(block)) buffer.resize(std::max<std::size_t>(blockSize, 1));
         const std::int64_t start = from != fd_ || to < fromOffset ? done : length - done - block;
         readFully(from, fromOffset + start, buffer.data(), static_cast<std::size_t>(block));
         writeFully(fd_, to + start, buffer.data(), static_cast<std::size_t>(block));
@@ -290,23 +293,26 @@ void FileHandle::writePendingEdits()
         failWriting("reserve space for");
     }
 
-    std::vector<std::uint8_t> buffer(
-        static_cast<std::size_t>(std::min<std::int64_t>(static_cast<std::int64_t>(moveBufferSize_), largest)));
+    const auto blockSize =
+        static_cast<std::size_t>(std::min<std::int64_t>(static_cast<std::int64_t>(moveBufferSize_), largest));
+    std::vector<std::uint8_t> buffer;
     auto fromFile = [](const Placed& p) { return p.piece.source == PendingEdits::Source::File; };
     for (const Placed& p : placed) {
-        if (fromFile(p) && p.at < p.piece.offset) copyRange(fd_, p.piece.offset, p.at, p.piece.length, buffer);
+        if (fromFile(p) && p.at < p.piece.offset)
+            copyRange(fd_, p.piece.offset, p.at, p.piece.length, blockSize, buffer);
     }
     for (auto p = placed.rbegin(); p != placed.rend(); ++p) {
-        if (fromFile(*p) && p->at > p->piece.offset) copyRange(fd_, p->piece.offset, p->at, p->piece.length, buffer);
+        if (fromFile(*p) && p->at > p->piece.offset)
+            copyRange(fd_, p->piece.offset, p->at, p->piece.length, blockSize, buffer);
     }
     for (const Placed& p : placed) {
         if (p.piece.source == PendingEdits::Source::Memory) {
             const auto bytes = edits.memory(p.piece);
             writeFully(fd_, p.at, bytes.data(), bytes.size());
         } else if (p.piece.source == PendingEdits::Source::Side) {
-            copyRange(sideFd_, p.piece.offset, p.at, p.piece.length, buffer);
+            copyRange(sideFd_, p.piece.offset, p.at, p.piece.length, blockSize, buffer);
         } else if (p.piece.source == PendingEdits::Source::Zeros) {
-            std::fill(buffer.begin(), buffer.end(), 0);
+            buffer.assign(std::max<std::size_t>(blockSize, 1), 0);
             for (std::int64_t done = 0; done < p.piece.length;) {
                 const auto block =
                     std::min<std::int64_t>(static_cast<std::int64_t>(buffer.size()), p.piece.length - done);
@@ -381,8 +387,8 @@ void FileHandle::writeDataFromFile(FileHandle& source, std::int64_t offset, std:
         }
         return;
     }
-    std::vector<std::uint8_t> buffer(static_cast<std::size_t>(std::clamp<std::int64_t>(length, 1, moveBufferSize_)));
-    copyRange(source.fd_, offset, position_, length, buffer);
+    std::vector<std::uint8_t> buffer;
+    copyRange(source.fd_, offset, position_, length, moveBufferSize_, buffer);
     position_ += length;
 }
 
@@ -391,9 +397,8 @@ void FileHandle::copyFile(const std::filesystem::path& from, const std::filesyst
     FileHandle source(from, Mode::Reading);
     FileHandle target(to, Mode::Creating);
     const std::int64_t total = source.length();
-    std::vector<std::uint8_t> buffer(
-        std::max<std::int64_t>(1, std::min<std::int64_t>(static_cast<std::int64_t>(bufferSize), total)));
-    target.copyRange(source.fd_, 0, 0, total, buffer);
+    std::vector<std::uint8_t> buffer;
+    target.copyRange(source.fd_, 0, 0, total, bufferSize, buffer);
     target.closeFile();
 }
 

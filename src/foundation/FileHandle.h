@@ -106,7 +106,7 @@ private:
     PendingEdits& pendingEdits();
     void writeLimitedPendingEdits();
     bool copyInKernel(int from, std::int64_t fromOffset, std::int64_t to, std::size_t length);
-    void copyRange(int from, std::int64_t fromOffset, std::int64_t to, std::int64_t length,
+    void copyRange(int from, std::int64_t fromOffset, std::int64_t to, std::int64_t length, std::size_t blockSize,
                    std::vector<std::uint8_t>& buffer);
     void requireOpen() const;
     [[noreturn]] void fail(const char* operation) const;
