@@ -171,12 +171,6 @@ void checkExport(const ExportOptions& options, CheckedExport& checked, std::ostr
     checked.inputBytes = recording.bytes;
     checked.recordingSeconds = static_cast<double>(recording.duration) / publish::kPodcastTimeScale;
     checked.context.tempFileRecordingPath = prepared.string();
-    if (checked.format == ".mov" && recording.silentStartSeconds > 0) {
-        checked.warnings.push_back(fmt::format(
-            "the recording starts with {:.2f} s of silence that a .mov leaves out, so its sound plays that much "
-            "before the slides; publish it as .m4b to keep them together",
-            recording.silentStartSeconds));
-    }
     checked.cover = options.cover;
     if (auto tagged = checked.params.get("tags")->stringForKey("cover"); !checked.cover && tagged) {
         checked.cover = options.tags ? options.tags->parent_path() / *tagged : std::filesystem::path(*tagged);

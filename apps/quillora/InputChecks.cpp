@@ -22,7 +22,6 @@
 #include "images/PictureFormat.h"
 #include "layout/PodcastTrackIDs.h"
 #include "toolbox/Movie.h"
-#include "toolbox/Toolbox.h"
 
 namespace quillora::app {
 
@@ -193,12 +192,6 @@ RecordingFacts checkRecording(const std::filesystem::path& path, bool enhancedPo
     auto movie = toolbox::Movie::movieWithFile(path, &error);
     if (!movie) throw InputError(fmt::format("The recording {} is not a movie file: {}", path.string(), error));
     facts.duration = movie->duration();
-    for (const auto& track : movie->tracks()) {
-        if (track->mediaType() != fourCC("soun")) continue;
-        if (movie->timeScale() > 0)
-            facts.silentStartSeconds = static_cast<double>(toolbox::GetTrackOffset(track.get())) / movie->timeScale();
-        break;
-    }
 
     if (!enhancedPodcast) return facts;
     const auto& tracks = movie->tracks();

@@ -17,8 +17,7 @@ namespace quillora::app {
 // The facts about a recording that the checks of its slides need.
 struct RecordingFacts {
     std::uintmax_t bytes = 0;
-    std::uint64_t duration = 0;     // in the recording's own time units
-    double silentStartSeconds = 0;  // the first sound track's leading empty edit
+    std::uint64_t duration = 0;  // in the recording's own time units
 };
 
 // A recording the chosen format can take: under 2 GiB and a movie; for an

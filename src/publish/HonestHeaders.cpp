@@ -27,15 +27,6 @@ std::uint64_t movieTime(Date date)
     return static_cast<std::uint64_t>(seconds + kSecondsFrom1904To1970);
 }
 
-void putHeaderNumber(ByteWriter& writer, std::uint64_t value, bool wide)
-{
-    if (wide) {
-        writer.putU64BE(value);
-    } else {
-        writer.putU32BE(static_cast<std::uint32_t>(value));
-    }
-}
-
 void dateHeader(FileHandle& file, const toolbox::AtomNode& header, const HeaderLayout& layout, std::uint64_t time)
 {
     ByteWriter times;

@@ -79,6 +79,12 @@ std::vector<std::string> limitsModernLifts(const LectureFacts& lecture)
                                         counted(slides.size(), "slide", "lasts", "last"), joined(slides)));
         }
     }
+    if (!lecture.podcast && lecture.silentStartSeconds > 0) {
+        lines.push_back(fmt::format("the recording starts with {:.2f} s of silence that a .mov leaves out, so its "
+                                    "sound plays that much before the slides; --modern puts it back (or publish it "
+                                    "as .m4b)",
+                                    lecture.silentStartSeconds));
+    }
     if (auto screenshots = lecture.screenshots.asArray(); screenshots && !screenshots->empty()) {
         std::vector<std::string> names;
         for (const auto& screenshot : *screenshots) names.push_back(describeTransition(screenshot));

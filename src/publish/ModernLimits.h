@@ -17,6 +17,7 @@ struct LectureFacts {
     Value tags = Value::dictionary();
     bool links = false;                  // the podcast's link track is written
     std::int64_t recordingDuration = 0;  // in the transitions' units
+    double silentStartSeconds = 0;       // the recording's leading empty edit
 };
 
 std::vector<std::string> limitsModernLifts(const LectureFacts& lecture);

@@ -9,6 +9,7 @@
 #include "publish/LinkTrackRepairs.h"
 #include "publish/MovieHeaderAtoms.h"
 #include "publish/PublishError.h"
+#include "publish/SilentStartRepair.h"
 #include "publish/WholeTags.h"
 
 namespace quillora::publish {
@@ -32,6 +33,8 @@ void repair(const std::filesystem::path& path, const ModernInputs& inputs)
         QTDataEditor editor;
         writeWholeTags(editor, file, inputs.tags);
         editor.addChapterList(inputs.slides, file);
+    } else if (inputs.silentStartSeconds > 0) {
+        restoreSilentStart(file, inputs.silentStartSeconds);
     }
     file.closeFile();
 }

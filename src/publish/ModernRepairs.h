@@ -6,8 +6,8 @@
 // samples timed in 32 bits, the link text's colours as given in a text box
 // the size of its track, the chapter list ('chpl'), and honest headers
 // (dates of the export, the next track ID, the picture track's size, the
-// text tracks' media durations). A chapterized movie (.mov) is already right
-// in all but its dates, so it gets the headers only.
+// text tracks' media durations). A chapterized movie (.mov) gets the headers,
+// and its sound's silent start back where the recording has it.
 #pragma once
 
 #include <chrono>
@@ -25,6 +25,7 @@ struct ModernInputs {
     Value tags = Value::dictionary();
     std::optional<ColorComponents> textColor;  // "textTrackFontColor"
     std::optional<ColorComponents> backgroundColor;
+    double silentStartSeconds = 0;  // the recording's leading empty edit, which a .mov leaves out
     Date exportTime = std::chrono::system_clock::now();
 };
 

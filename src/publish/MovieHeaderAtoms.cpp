@@ -48,6 +48,7 @@ std::optional<TrackNodes> trackNodes(FileHandle& file, const toolbox::AtomTree& 
     }
     track.stsd = descend(tree, trak, {atom::mdia, atom::minf, atom::stbl, atom::stsd});
     track.stts = descend(tree, trak, {atom::mdia, atom::minf, atom::stbl, atom::stts});
+    track.elst = descend(tree, trak, {atom::edts, atom::elst});
     return track;
 }
 
@@ -110,6 +111,15 @@ std::uint64_t readHeaderNumber(const Bytes& payload, std::size_t offset, bool wi
     ByteReader reader(payload);
     reader.seek(offset);
     return wide ? reader.getU64BE() : reader.getU32BE();
+}
+
+void putHeaderNumber(ByteWriter& writer, std::uint64_t value, bool wide)
+{
+    if (wide) {
+        writer.putU64BE(value);
+    } else {
+        writer.putU32BE(static_cast<std::uint32_t>(value));
+    }
 }
 
 std::optional<SampleDescription> firstSampleDescription(FileHandle& file, const toolbox::AtomNode& stsd)

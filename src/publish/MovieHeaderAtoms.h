@@ -22,6 +22,7 @@ struct TrackNodes {
     std::optional<toolbox::AtomNode> mdhd;
     std::optional<toolbox::AtomNode> stsd;
     std::optional<toolbox::AtomNode> stts;
+    std::optional<toolbox::AtomNode> elst;  // the edit list
 };
 
 struct MovieNodes {
@@ -50,6 +51,7 @@ struct HeaderLayout {
 HeaderLayout movieHeaderLayout(const Bytes& payload);  // mvhd or mdhd
 HeaderLayout trackHeaderLayout(const Bytes& payload);  // tkhd
 std::uint64_t readHeaderNumber(const Bytes& payload, std::size_t offset, bool wide);
+void putHeaderNumber(ByteWriter& writer, std::uint64_t value, bool wide);
 
 // The first sample description: where it starts in the file and its type.
 struct SampleDescription {
