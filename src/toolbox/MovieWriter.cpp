@@ -86,6 +86,10 @@ public:
         for (const auto& track : movie_.tracks()) {
             if (track->media) copySamples(*track->media, out);
         }
+        // A table read twice from a file that changed in between.
+        if (out.offsetInFile() != firstSample_ + mediaDataSize_) {
+            throw FileError(EIO, "the samples changed while the movie was written");
+        }
         if (synchronize) out.synchronizeFile();
     }
 
