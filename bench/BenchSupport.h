@@ -35,9 +35,9 @@ inline long long ioField(const std::string& text, const std::string& key)
     return at == std::string::npos ? 0 : std::atoll(text.c_str() + at + key.size() + 2);
 }
 
-// Runs a command without a shell, its output discarded; the child's time,
-// CPU time, peak resident memory and I/O, read while it is a zombie.
-inline Run run(const std::vector<std::string>& command)
+// Starts a command without a shell, its output (and unless keepErrors, its
+// error output) discarded. Throws when it cannot be started.
+inline pid_t spawn(const std::vector<std::string>& command, bool keepErrors = false)
 {
     std::vector<char*> argv;
     for (const auto& word : command) argv.push_back(const_cast<char*>(word.c_str()));
@@ -45,12 +45,20 @@ inline Run run(const std::vector<std::string>& command)
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+    if (!keepErrors) posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+    pid_t pid = 0;
+    const int failed = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (failed) throw std::runtime_error("cannot start " + command[0]);
+    return pid;
+}
+
+// Runs a command as spawn does; the child's time, CPU time, peak resident
+// memory and I/O, read while it is a zombie. Throws when it fails.
+inline Run run(const std::vector<std::string>& command)
+{
     auto start = Clock::now();
-    pid_t pid;
-    if (posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) {
-        throw std::runtime_error("cannot start " + command[0]);
-    }
+    const pid_t pid = spawn(command);
     siginfo_t info{};
     waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT);
     Run result{std::chrono::duration<double>(Clock::now() - start).count()};
@@ -64,7 +72,6 @@ inline Run run(const std::vector<std::string>& command)
     auto seconds = [](const timeval& t) { return static_cast<double>(t.tv_sec) + t.tv_usec / 1e6; };
     result.cpuSeconds = seconds(usage.ru_utime) + seconds(usage.ru_stime);
     result.peakKiB = usage.ru_maxrss;
-    posix_spawn_file_actions_destroy(&actions);
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw std::runtime_error(command[0] + " failed");
     return result;
 }

@@ -8,9 +8,7 @@
 // PNG; our rendering alone is timed too. Each side is timed from start to
 // exit, fastest of RUNS.
 //   pdf_deck_bench [PAGES=60] [FOLDER=/tmp] [RUNS=3]
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,11 +17,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "QuickTimePlugin/ImageResizer.h"
 #include "QuickTimePlugin/TransitionKeys.h"
 #include "foundation/Log.h"
@@ -31,11 +29,8 @@
 #include "images/ImageLibrary.h"
 #include "images/PdfPages.h"
 
-extern char** environ;
-
 using namespace quillora;
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
 
 namespace {
 
@@ -66,51 +61,20 @@ for n in range(pages):
 surface.finish()
 )";
 
-struct ProcessRun {
-    double seconds = 0;
-    bool succeeded = false;
-};
-
-pid_t spawn(const std::vector<std::string>& arguments)
-{
-    std::vector<char*> argv;
-    for (const auto& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    pid_t pid = 0;
-    const int failed = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    return failed ? -1 : pid;
-}
-
 // The commands run at the same time; timed until the last has ended.
-ProcessRun runTogether(const std::vector<std::vector<std::string>>& commands)
+// Throws when one fails.
+bench::Run runTogether(const std::vector<std::vector<std::string>>& commands)
 {
-    ProcessRun run;
-    const auto start = Clock::now();
+    const auto start = bench::Clock::now();
     std::vector<pid_t> children;
-    for (const auto& command : commands) children.push_back(spawn(command));
-    run.succeeded = true;
+    for (const auto& command : commands) children.push_back(bench::spawn(command, true));
+    bool succeeded = true;
     for (const pid_t child : children) {
         int status = 0;
-        run.succeeded = child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) &&
-                        WEXITSTATUS(status) == 0 && run.succeeded;
+        succeeded = waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0 && succeeded;
     }
-    run.seconds = std::chrono::duration<double>(Clock::now() - start).count();
-    return run;
-}
-
-ProcessRun fastest(int runs, const std::function<ProcessRun()>& once)
-{
-    ProcessRun best;
-    for (int i = 0; i < runs; ++i) {
-        const ProcessRun run = once();
-        if (!run.succeeded) return run;
-        if (i == 0 || run.seconds < best.seconds) best = run;
-    }
-    return best;
+    if (!succeeded) throw std::runtime_error(commands.front().front() + " failed");
+    return {std::chrono::duration<double>(bench::Clock::now() - start).count()};
 }
 
 // A child: every page drawn into the folder, and with redraw, the pages
@@ -158,8 +122,9 @@ int main(int argc, char** argv)
         std::fputs(kDeckScript, script);
         std::fclose(script);
     }
-    if (!runTogether({{"/usr/bin/python3", (folder / "deck.py").string(), pdf.string(), std::to_string(pages)}})
-             .succeeded) {
+    try {
+        runTogether({{"/usr/bin/python3", (folder / "deck.py").string(), pdf.string(), std::to_string(pages)}});
+    } catch (const std::exception&) {
         std::printf("the deck could not be made (python3-cairo)\n");
         return 1;
     }
@@ -168,13 +133,13 @@ int main(int argc, char** argv)
 
     const fs::path work = folder / "work";
     auto ours = [&](bool redraw) {
-        return fastest(runs, [&] {
+        return bench::fastest(runs, [&] {
             freshFolder(work);
             return runTogether({{self, "--draw", pdf.string(), work.string(), redraw ? "1" : "0"}});
         });
     };
     auto pdftoppm = [&](const std::string& format) {
-        return fastest(runs, [&] {
+        return bench::fastest(runs, [&] {
             freshFolder(work);
             const int half = pages / 2;
             std::vector<std::vector<std::string>> commands;
@@ -189,15 +154,18 @@ int main(int argc, char** argv)
             return runTogether(commands);
         });
     };
-    const ProcessRun drawn = ours(true);
-    const ProcessRun rendered = ours(false);
-    const ProcessRun ppm = pdftoppm("");
-    const ProcessRun png = pdftoppm("-png");
-    fs::remove_all(folder);
-    if (!drawn.succeeded || !rendered.succeeded || !ppm.succeeded || !png.succeeded) {
-        std::printf("a run failed\n");
+    bench::Run drawn, rendered, ppm, png;
+    try {
+        drawn = ours(true);
+        rendered = ours(false);
+        ppm = pdftoppm("");
+        png = pdftoppm("-png");
+    } catch (const std::exception& failure) {
+        fs::remove_all(folder);
+        std::printf("a run failed: %s\n", failure.what());
         return 1;
     }
+    fs::remove_all(folder);
     std::printf("  pages rendered and redrawn onto the frame: %6.2f s  (%5.1f ms a page)\n", drawn.seconds,
                 drawn.seconds / pages * 1000);
     std::printf("  pages rendered only (PNG):                 %6.2f s\n", rendered.seconds);

@@ -12,12 +12,11 @@
 namespace quillora {
 namespace {
 
-using test::writeText;
-
 using test::runCommand;
 using test::runQuillora;
 using test::shellQuote;
 using test::TemporaryFolder;
+using test::writeText;
 
 // A recording beside its pictures and transitions, as a host leaves them.
 struct LectureFolder {

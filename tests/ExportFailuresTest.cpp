@@ -18,11 +18,10 @@
 namespace quillora {
 namespace {
 
-using test::writeText;
-
 using test::runCommand;
 using test::shellQuote;
 using test::TemporaryFolder;
+using test::writeText;
 
 const std::string kQuillora = shellQuote(std::string(QUILLORA_BINARY_DIR) + "/quillora");
 const std::string kLastWeek = "the lecture published last week";

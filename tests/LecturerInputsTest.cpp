@@ -14,12 +14,11 @@
 namespace quillora {
 namespace {
 
-using test::writeText;
-
 using test::runCommand;
 using test::runQuillora;
 using test::shellQuote;
 using test::TemporaryFolder;
+using test::writeText;
 
 std::filesystem::path sampleFile(const std::string& name)
 {

@@ -18,11 +18,10 @@
 namespace quillora {
 namespace {
 
-using test::writeText;
-
 using test::runCommand;
 using test::runQuillora;
 using test::shellQuote;
+using test::writeText;
 
 // Five minutes of recording; slides of 120, 130 and 50 s, the first two with
 // links, and a screen shot 22.3 s in. Tags beyond ASCII.
